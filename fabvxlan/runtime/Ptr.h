@@ -1,0 +1,228 @@
+#pragma once
+// Counted objects, counted pointers and the notification link between a
+// notifier and the reactors (notifiees) that watch it.
+//
+// Every notifying object is a PtrInterface. Its reactors register in its
+// NotifieeList; a mutator visits that list synchronously, before it returns.
+// The list tolerates any mutation during a visit: a reactor may detach
+// itself or others, new reactors may attach, and the notifier itself may
+// lose its last reference.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace Rxn {
+
+// The process-wide switch between plain and atomic reference counts. Objects
+// linked into a multi-threaded process set it once, before any object exists.
+struct VFPtrInterface {
+  static inline bool threadSafePointers_ = false;
+};
+
+class NotifieeList;
+
+class PtrInterface {
+ public:
+  class NotifieeConst;
+
+  PtrInterface() = default;
+  PtrInterface(PtrInterface const&) = delete;
+  PtrInterface& operator=(PtrInterface const&) = delete;
+
+  virtual NotifieeList* notifieeList() const { return notifiees_; }
+  virtual void hasNotificationActiveIs(bool active) { flagIs(kActive, active); }
+  // Raised when the last reference goes. The default destroys the object.
+  virtual void zeroReferencesIs(bool zero);
+  virtual char const* fwkType() const { return "Rxn::PtrInterface"; }
+  virtual ~PtrInterface();
+
+  bool hasNotificationActive() const { return flags_ & kActive; }
+  bool rxnMarkedForDeletion() const { return flags_ & kMarked; }
+  void rxnMarkedForDeletionIs(bool marked) { flagIs(kMarked, marked); }
+
+  std::uint32_t references() const { return refs_; }
+  void referencesInc() const {
+    if (VFPtrInterface::threadSafePointers_) {
+      std::atomic_ref<std::uint32_t>(refs_).fetch_add(1, std::memory_order_relaxed);
+    } else {
+      ++refs_;
+    }
+  }
+  void referencesDec() const {
+    if (referencesDecNoDelete() == 0) {
+      const_cast<PtrInterface*>(this)->handleZeroRef();
+    }
+  }
+  // Drops a reference without acting on zero; for holders that decide themselves.
+  std::uint32_t referencesDecNoDelete() const {
+    if (VFPtrInterface::threadSafePointers_) {
+      return std::atomic_ref<std::uint32_t>(refs_).fetch_sub(1, std::memory_order_acq_rel) - 1;
+    }
+    return --refs_;
+  }
+  void handleZeroRef() { zeroReferencesIs(true); }
+
+  static void* rxnMemAlloc(std::size_t size);
+  static void rxnMemFree(void* memory);
+  static void* operator new(std::size_t size) { return rxnMemAlloc(size); }
+  static void operator delete(void* memory) { rxnMemFree(memory); }
+
+ protected:
+  // Visits the notifiees of this object that watch it through N (a depth of
+  // at least `depth` in the notifiee hierarchy) and calls fn on each.
+  template <class N, class Fn>
+  void rxnVisitNotifiees(std::uint8_t depth, Fn&& fn) const;
+
+ private:
+  friend class NotifieeList;
+  static constexpr std::uint8_t kActive = 1;
+  static constexpr std::uint8_t kMarked = 2;
+  static constexpr std::uint8_t kRegistered = 4;
+
+  void flagIs(std::uint8_t flag, bool on) { flags_ = on ? (flags_ | flag) : (flags_ & ~flag); }
+  NotifieeList& notifieeListMake() const;
+
+  mutable std::uint32_t refs_ = 0;
+  std::uint8_t flags_ = 0;
+  // Depth of the watched class of a notifiee; 0 for objects that watch nothing.
+  std::uint8_t notifyDepth_ = 0;
+  mutable NotifieeList* notifiees_ = nullptr;
+};
+
+// A counted pointer. Ptr<T const> is the read-only form of an input.
+template <class T>
+class Ptr {
+ public:
+  Ptr() = default;
+  Ptr(std::nullptr_t) {}
+  Ptr(T* p) : p_(p) { inc(); }
+  Ptr(Ptr const& other) : p_(other.p_) { inc(); }
+  Ptr(Ptr&& other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
+  template <class U>
+  Ptr(Ptr<U> const& other) : p_(other.get()) {
+    inc();
+  }
+  ~Ptr() { dec(); }
+
+  Ptr& operator=(Ptr const& other) {
+    Ptr(other).swap(*this);
+    return *this;
+  }
+  Ptr& operator=(Ptr&& other) noexcept {
+    Ptr(std::move(other)).swap(*this);
+    return *this;
+  }
+  void swap(Ptr& other) noexcept { std::swap(p_, other.p_); }
+
+  T* get() const { return p_; }
+  T* operator->() const { return p_; }
+  T& operator*() const { return *p_; }
+  explicit operator bool() const { return p_ != nullptr; }
+  bool operator!() const { return p_ == nullptr; }
+  template <class U>
+  bool operator==(Ptr<U> const& other) const {
+    return p_ == other.get();
+  }
+  bool operator==(std::nullptr_t) const { return p_ == nullptr; }
+
+ private:
+  void inc() const {
+    if (p_) p_->referencesInc();
+  }
+  void dec() const {
+    if (p_) p_->referencesDec();
+  }
+  T* p_ = nullptr;
+};
+
+template <class T, class U>
+Ptr<T> ptrCast(Ptr<U> const& p) {
+  return Ptr<T>(static_cast<T*>(p.get()));
+}
+
+// A reactor: watches one notifier and hears its changes through the virtual
+// onXxx operations of the watched class's NotifieeConst.
+class PtrInterface::NotifieeConst : public PtrInterface {
+ public:
+  NotifieeConst() = default;
+  ~NotifieeConst() override;
+
+  Ptr<PtrInterface const> const& notifierBase() const { return notifier_; }
+  // Detaches from the old notifier and attaches to the new one. Calls no handler.
+  virtual void notifierIs(Ptr<PtrInterface const> const& notifier);
+  // The base zombie step: a zombie hears nothing more.
+  virtual void rxnDoZombieReactors(bool zombie);
+  // An exception escaped one of this reactor's handlers. The default reports
+  // it and lets the remaining reactors hear the change.
+  virtual void onNotificationException();
+
+  bool isRegisteredNotifiee() const { return flags_ & kRegistered; }
+  void isRegisteredNotifieeIs(bool registered);
+
+ protected:
+  // The depth of the watched class, set by each generated NotifieeConst.
+  void notifyDepthIs(std::uint8_t depth) { notifyDepth_ = depth; }
+
+ private:
+  friend class NotifieeList;
+  Ptr<PtrInterface const> notifier_;
+};
+
+// The notifiees of one object. Visits are re-entrant; removal during a visit
+// leaves a hole that is swept when the outermost visit ends.
+class NotifieeList {
+ public:
+  using Notifiee = PtrInterface::NotifieeConst;
+
+  void add(Notifiee* notifiee) { entries_.push_back(notifiee); }
+  void remove(Notifiee* notifiee);
+  std::size_t size() const;
+  // Detaches every notifiee from the notifier.
+  void deleteAll();
+  // The notifier is gone: free now, or when the running visit unwinds.
+  void release();
+
+  template <class N, class Fn>
+  void doVisit(std::uint8_t depth, Fn&& fn);
+
+ private:
+  void visitEnd();
+
+  std::vector<Notifiee*> entries_;
+  std::uint32_t visiting_ = 0;
+  bool holes_ = false;
+  bool released_ = false;
+};
+
+template <class N, class Fn>
+void NotifieeList::doVisit(std::uint8_t depth, Fn&& fn) {
+  ++visiting_;
+  std::size_t const count = entries_.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    Notifiee* const n = entries_[i];
+    if (n == nullptr || !n->hasNotificationActive() || n->notifyDepth_ < depth) {
+      continue;
+    }
+    // The running handler keeps its reactor alive even if it deletes it.
+    n->referencesInc();
+    try {
+      fn(static_cast<N*>(n));
+    } catch (...) {
+      n->onNotificationException();
+    }
+    n->referencesDec();
+  }
+  visitEnd();
+}
+
+template <class N, class Fn>
+void PtrInterface::rxnVisitNotifiees(std::uint8_t depth, Fn&& fn) const {
+  if (notifiees_ != nullptr) {
+    notifiees_->doVisit<N>(depth, std::forward<Fn>(fn));
+  }
+}
+
+}  // namespace Rxn

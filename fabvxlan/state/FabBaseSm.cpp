@@ -1,0 +1,80 @@
+#include "fabvxlan/state/FabBaseSm.h"
+
+#include <assert.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace Fab {
+
+namespace {
+
+[[noreturn]] void abortWithAssertion(char const* file, unsigned line, char const* function) {
+  __assert_fail("0", file, line, function);
+}
+
+}  // namespace
+
+void FabBaseSm::rxnDoZombieReactors(bool zombie) {
+  reactors_.zombieAll(zombie);
+  rxnMarkedForDeletionIs(zombie);
+}
+
+void FabBaseSm::fabAssert(Rxn::String error) const { fabAssertFailure(error); }
+
+void FabBaseSm::hasNotificationActiveIs(bool active) {
+  if (active == hasNotificationActive()) {
+    return;
+  }
+  Rxn::PtrInterface::hasNotificationActiveIs(active);
+  reactors_.activeAll(active);
+}
+
+void FabBaseSm::zeroReferencesIs(bool zero) {
+  if (!zero) {
+    return;
+  }
+  // Hooks may take and drop references of their own while they run.
+  referencesInc();
+  rxnDoZombieReactors(true);
+  if (referencesDecNoDelete() == 0) {
+    delete this;
+  }
+}
+
+void FabBaseHelper::fabAssert(Rxn::String error) const { fabAssertFailure(error); }
+
+void fabAssertFailure(Rxn::String const& error) {
+  if (std::getenv("FAB_NOOP_AGENT") != nullptr) {
+    return;
+  }
+  std::fprintf(stderr, "%s\n", error.c_str());
+  std::fflush(stderr);
+  abortWithAssertion(__FILE__, __LINE__, "void Fab::FabBaseHelper::fabAssert(Rxn::String) const");
+}
+
+void reportVerifyFailure(Rxn::Ptr<VerifyData const> const& verifyData, Rxn::String const& text, char const* file,
+                         unsigned line, char const* function) {
+  if (!verifyData) {
+    return;
+  }
+  if (std::getenv("SIMULATION_VMID") != nullptr) {
+    const_cast<VerifyData*>(verifyData.get())->verifyOutputIs(VerifyOutput(text, line, file, function, 3));
+    abortWithAssertion(file, line, function);
+  }
+  verifyData->updateCliVerifyOutput(function, text);
+}
+
+void requestVerify(Rxn::Ptr<VerifyData const> const& verifyData) {
+  if (verifyData && verifyData->verifyRequired()) {
+    const_cast<VerifyData*>(verifyData.get())->doRequestVerify();
+  }
+}
+
+void VerifyData::doRequestVerify() { verifyInc(1); }
+
+void VerifyData::updateCliVerifyOutput(Rxn::String function, Rxn::String text) const {
+  const_cast<VerifyData*>(this)->cliVerifyOutputIs(function, text);
+}
+
+}  // namespace Fab

@@ -1,0 +1,158 @@
+// The uniform members of declared attributes and the notifications they raise.
+
+#include <gtest/gtest.h>
+
+#include "tests/runtime/Recorder.h"
+#include "tests/runtime/RxnTestState.h"
+
+namespace RxnTest {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+TEST(Attribute, ScalarsNotifyOnlyOnChange) {
+  Rxn::Ptr<Sensor> sensor = sensorFactory(7);
+  Rxn::Ptr<SensorRecorder> recorder(new SensorRecorder(sensor));
+  EXPECT_EQ(sensor->mode(), Mode::off);
+  EXPECT_EQ(sensor->id(), 7U);
+  EXPECT_EQ(sensor->name(), "7");
+
+  sensor->modeIs(Mode::off);
+  EXPECT_EQ(recorder->take(), Lines{});
+  sensor->modeIs(Mode::on);
+  sensor->modeIs(Mode::on);
+  EXPECT_EQ(recorder->take(), Lines{"mode"});
+
+  EXPECT_EQ(sensor->countInc(5), 5U);
+  EXPECT_EQ(sensor->countInc(2), 7U);
+  EXPECT_EQ(sensor->countInc(0), 7U);
+  EXPECT_EQ(recorder->take(), (Lines{"count", "count"}));
+
+  Rxn::Ptr<Display> display = displayFactory("front");
+  sensor->peerIs(display);
+  sensor->peerIs(display);
+  sensor->peerIs(nullptr);
+  EXPECT_EQ(recorder->take(), (Lines{"peer", "peer"}));
+
+  // A silenced reactor hears nothing; re-activated, it hears again.
+  recorder->hasNotificationActiveIs(false);
+  sensor->levelIs(3);
+  recorder->hasNotificationActiveIs(true);
+  sensor->levelIs(4);
+  EXPECT_EQ(recorder->take(), Lines{"level"});
+}
+
+TEST(Attribute, KeyedValuesNotifyPerKeyAndLookupsNeverInsert) {
+  Rxn::Ptr<Sensor> sensor = sensorFactory(1);
+  Rxn::Ptr<SensorRecorder> recorder(new SensorRecorder(sensor));
+
+  EXPECT_EQ(sensor->limit(9), 0);
+  EXPECT_EQ(sensor->limit().size(), 0U);
+  sensor->limitIs(1, 10);
+  sensor->limitIs(2, 20);
+  sensor->limitIs(3, 30);
+  sensor->limitIs(2, 20);
+  EXPECT_EQ(sensor->limit(2), 20);
+  sensor->limitDel(4);
+  EXPECT_EQ(recorder->take(), (Lines{"limit 1", "limit 2", "limit 3"}));
+
+  sensor->limitDelAll();
+  Lines heard = recorder->take();
+  std::sort(heard.begin(), heard.end());
+  EXPECT_EQ(heard, (Lines{"limit 1", "limit 2", "limit 3"}));
+  EXPECT_TRUE(sensor->limit().empty());
+
+  // The key-less notify says that any key may have changed.
+  sensor->limitNotify();
+  EXPECT_EQ(recorder->take(), Lines{"limit *"});
+}
+
+TEST(Attribute, ValuesWithTheKeyInsideAndKeySets) {
+  Rxn::Ptr<Sensor> sensor = sensorFactory(1);
+  Rxn::Ptr<SensorRecorder> recorder(new SensorRecorder(sensor));
+
+  EXPECT_TRUE(!sensor->reading(5));
+  sensor->readingIs(Reading(5, -40, "cold"));
+  sensor->readingIs(Reading(5, -40, "cold"));
+  sensor->readingIs(Reading(5, -39, "cold"));
+  EXPECT_EQ(sensor->reading(5).level(), -39);
+  EXPECT_EQ(sensor->readingDel(5), Reading(5, -39, "cold"));
+  EXPECT_TRUE(!sensor->readingDel(5));
+  EXPECT_EQ(recorder->take(), (Lines{"reading 5", "reading 5", "reading 5"}));
+
+  sensor->tagIs("hot", true);
+  sensor->tagIs("hot", true);
+  EXPECT_TRUE(sensor->tag("hot"));
+  EXPECT_FALSE(sensor->tag("cold"));
+  sensor->tagIs("hot", false);
+  EXPECT_FALSE(sensor->tag("hot"));
+  EXPECT_EQ(recorder->take(), (Lines{"tag hot", "tag hot"}));
+}
+
+class PanelRecorder : public Panel::NotifieeConst {
+ public:
+  void onSensor(std::uint32_t const& id) override { heard.push_back("sensor " + std::to_string(id)); }
+  void onMain() override { heard.push_back("main"); }
+  Lines heard;
+};
+
+TEST(Attribute, OwnedChildrenKnowTheirParent) {
+  Rxn::Ptr<Panel> panel = panelFactory("panel");
+  Rxn::Ptr<PanelRecorder> recorder(new PanelRecorder);
+  recorder->notifierIs(panel);
+  recorder->isRegisteredNotifieeIs(true);
+  recorder->hasNotificationActiveIs(true);
+
+  Rxn::Ptr<Sensor> sensor = panel->sensorIs(4);
+  EXPECT_EQ(panel->sensorIs(4), sensor);
+  EXPECT_EQ(panel->sensor(4), sensor);
+  EXPECT_EQ(panel->sensor(5), nullptr);
+  EXPECT_EQ(sensor->parent(), panel.get());
+  EXPECT_STREQ(sensor->parentAttrName(), "sensor");
+  EXPECT_EQ(sensor->fullName(), "/panel/4");
+
+  Rxn::Ptr<Display> display = panel->mainIs("lcd");
+  EXPECT_EQ(panel->mainIs("lcd"), display);
+  EXPECT_EQ(display->fullName(), "/panel/lcd");
+
+  panel->sensorDel(4);
+  panel->sensorDel(4);
+  panel->mainDel();
+  EXPECT_EQ(sensor->parent(), nullptr);
+  EXPECT_EQ(panel->main(), nullptr);
+  EXPECT_EQ(recorder->heard, (Lines{"sensor 4", "main", "sensor 4", "main"}));
+}
+
+class DeviceRecorder : public Device::NotifieeConst {
+ public:
+  void onPower() override { heard.push_back("power"); }
+  Lines heard;
+};
+
+class RouterRecorder : public Router::NotifieeConst {
+ public:
+  void onPower() override { heard.push_back("power"); }
+  void onRoutes() override { heard.push_back("routes"); }
+  Lines heard;
+};
+
+TEST(Attribute, AReactorOfABaseClassWatchesADerivedEntity) {
+  Rxn::Ptr<Router> router = routerFactory("r1");
+  EXPECT_EQ(router->name(), "r1");
+  Rxn::Ptr<DeviceRecorder> asDevice(new DeviceRecorder);
+  Rxn::Ptr<RouterRecorder> asRouter(new RouterRecorder);
+  for (Rxn::PtrInterface::NotifieeConst* n :
+       std::initializer_list<Rxn::PtrInterface::NotifieeConst*>{asDevice.get(), asRouter.get()}) {
+    n->notifierIs(router);
+    n->isRegisteredNotifieeIs(true);
+    n->hasNotificationActiveIs(true);
+  }
+  router->powerIs(true);
+  router->routesIs(12);
+  // The device reactor has no onRoutes: it must not be reached for it.
+  EXPECT_EQ(asDevice->heard, Lines{"power"});
+  EXPECT_EQ(asRouter->heard, (Lines{"power", "routes"}));
+}
+
+}  // namespace
+}  // namespace RxnTest

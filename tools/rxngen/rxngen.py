@@ -1,0 +1,799 @@
+#!/usr/bin/env python3
+"""rxngen: generates the C++ of declared entities, value records and enumerations.
+
+A schema file (.rxn) declares state, about one line per attribute:
+
+    namespace Fab::VXLAN;
+    include "fabvxlan/state/imported/Wire.h";
+
+    enum FabVxlanState { initializing_ = 0, initialized_ = 1, cleaning_ = 2, clean_ = 3 }
+
+    value HwVtepInfo key swTunnelGroupId {
+      swTunnelGroupId : Fab::SwTunnelGroupId;
+      tunnelId : Fab::FabTunnelId;
+    }
+
+    entity FabVxlanInfo {
+      state : FabVxlanState = clean_;
+      activatedVti : set<Wire::IntfId>;
+    }
+
+For each schema a.rxn the generator writes a.h and a.cpp under the output
+folder, at the schema's path relative to the source root. A file is written
+only when its text changes, so the build recompiles only what a schema edit
+touches. See docs/runtime.md for the whole language.
+"""
+
+import argparse
+import os
+import re
+import sys
+
+PRIMITIVES = {
+    "bool": "bool",
+    "u8": "std::uint8_t",
+    "u16": "std::uint16_t",
+    "u32": "std::uint32_t",
+    "u64": "std::uint64_t",
+    "i8": "std::int8_t",
+    "i16": "std::int16_t",
+    "i32": "std::int32_t",
+    "i64": "std::int64_t",
+    "double": "double",
+    "string": "Rxn::String",
+}
+NUMERIC = {"u8", "u16", "u32", "u64", "i8", "i16", "i32", "i64", "double"}
+# Members of Rxn::Entity that an attribute or key must not hide.
+ENTITY_RESERVED = {"name", "fullName", "parent", "parentAttrName", "entity", "fwkType", "fwkKey", "notifieeList"}
+
+
+class SchemaError(Exception):
+    pass
+
+
+# ---------------------------------------------------------------------------
+# Reading
+
+
+class Token:
+    def __init__(self, kind, text, line, start, end):
+        self.kind, self.text, self.line, self.start, self.end = kind, text, line, start, end
+
+
+TOKEN_RE = re.compile(
+    r"""(?P<space>\s+)|(?P<comment>//[^\n]*|\#[^\n]*)|(?P<string>"[^"\n]*")|"""
+    r"""(?P<name>[A-Za-z_][A-Za-z0-9_]*(?:::[A-Za-z_][A-Za-z0-9_]*)*)|(?P<number>-?(?:0[xX][0-9a-fA-F]+|\d+))|"""
+    r"""(?P<punct>::|[{}\[\]<>:;=,()&*!.~|+\-/'])"""
+)
+
+
+def tokenize(text, path):
+    tokens, pos, line = [], 0, 1
+    while pos < len(text):
+        m = TOKEN_RE.match(text, pos)
+        if not m:
+            raise SchemaError(f"{path}:{line}: unexpected character {text[pos]!r}")
+        kind = m.lastgroup
+        if kind not in ("space", "comment"):
+            tokens.append(Token(kind, m.group(), line, m.start(), m.end()))
+        line += m.group().count("\n")
+        pos = m.end()
+    return tokens
+
+
+class Parser:
+    def __init__(self, path, text):
+        self.path, self.text = path, text
+        self.tokens = tokenize(text, path)
+        self.i = 0
+
+    def error(self, what, token=None):
+        token = token or self.peek()
+        line = token.line if token else self.text.count("\n") + 1
+        raise SchemaError(f"{self.path}:{line}: {what}")
+
+    def peek(self, offset=0):
+        j = self.i + offset
+        return self.tokens[j] if j < len(self.tokens) else None
+
+    def next(self):
+        token = self.peek()
+        if token is None:
+            self.error("unexpected end of file")
+        self.i += 1
+        return token
+
+    def accept(self, text):
+        token = self.peek()
+        if token is not None and token.text == text:
+            self.i += 1
+            return True
+        return False
+
+    def expect(self, text):
+        if not self.accept(text):
+            self.error(f"expected '{text}'")
+
+    def name(self):
+        token = self.next()
+        if token.kind != "name":
+            self.error(f"expected a name, got '{token.text}'", token)
+        return token.text
+
+    def raw_until_semicolon(self):
+        """The source text up to the next ';' at bracket depth 0, verbatim."""
+        first = self.peek()
+        depth = 0
+        while True:
+            token = self.next()
+            if token.text in "([{<":
+                depth += 1
+            elif token.text in ")]}>":
+                depth -= 1
+            elif token.text == ";" and depth <= 0:
+                return " ".join(self.text[first.start:token.start].split()), first.line
+
+    def type_expr(self):
+        """A type: a name, optionally with template arguments."""
+        start = self.peek()
+        self.name()
+        if self.accept("<"):
+            depth = 1
+            while depth:
+                token = self.next()
+                depth += {"<": 1, ">": -1}.get(token.text, 0)
+        return " ".join(self.text[start.start:self.tokens[self.i - 1].end].split()).replace(" ::", "::")
+
+
+class Schema:
+    def __init__(self, path):
+        self.path = path
+        self.includes = []
+        self.decls = []
+
+
+class Decl:
+    def __init__(self, kind, name, namespace, line):
+        self.kind, self.name, self.namespace, self.line = kind, name, namespace, line
+        self.base = None
+        self.key = None  # entity: (name, type); value: field name
+        self.members = []  # attributes or fields
+        self.methods = []
+        self.enumerators = []
+        self.underlying = None
+        self.empty_when = None
+
+    @property
+    def qualified(self):
+        return f"{self.namespace}::{self.name}" if self.namespace else self.name
+
+
+class Member:
+    """An attribute of an entity or a field of a value record."""
+
+    def __init__(self, name, line):
+        self.name, self.line = name, line
+        self.kind = "scalar"  # scalar, coll, inside, set, child, children
+        self.type = None
+        self.key = None
+        self.default = None
+        self.virtual = False
+        self.ref = False
+
+
+def parse_schema(path, text):
+    p = Parser(path, text)
+    schema = Schema(path)
+    namespace = ""
+    while p.peek() is not None:
+        token = p.next()
+        if token.text == "namespace":
+            namespace = p.name()
+            p.expect(";")
+        elif token.text == "include":
+            inc = p.next()
+            if inc.kind != "string":
+                p.error("include takes a quoted path", inc)
+            schema.includes.append(inc.text[1:-1])
+            p.expect(";")
+        elif token.text == "enum":
+            schema.decls.append(parse_enum(p, namespace, token.line))
+        elif token.text == "value":
+            schema.decls.append(parse_value(p, namespace, token.line))
+        elif token.text == "entity":
+            schema.decls.append(parse_entity(p, namespace, token.line))
+        else:
+            p.error(f"expected namespace, include, enum, value or entity, got '{token.text}'", token)
+    return schema
+
+
+def parse_enum(p, namespace, line):
+    decl = Decl("enum", p.name(), namespace, line)
+    if p.accept(":"):
+        decl.underlying = p.name()
+    p.expect("{")
+    value = 0
+    while not p.accept("}"):
+        name = p.name()
+        if p.accept("="):
+            value = int(p.next().text, 0)
+        decl.enumerators.append((name, value))
+        value += 1
+        if not p.accept(","):
+            p.expect("}")
+            break
+    if not decl.enumerators:
+        p.error(f"enum {decl.name} has no enumerators")
+    return decl
+
+
+def parse_value(p, namespace, line):
+    decl = Decl("value", p.name(), namespace, line)
+    if p.accept("key"):
+        decl.key = p.name()
+    p.expect("{")
+    while not p.accept("}"):
+        if p.accept("method"):
+            decl.methods.append(p.raw_until_semicolon()[0] + ";")
+        elif p.accept("empty"):
+            p.expect("when")
+            decl.empty_when = p.raw_until_semicolon()[0]
+        else:
+            decl.members.append(parse_member(p, allow_collections=False))
+    if decl.key and decl.key not in [m.name for m in decl.members]:
+        p.error(f"value {decl.name}: key {decl.key} is not a field")
+    return decl
+
+
+def parse_entity(p, namespace, line):
+    decl = Decl("entity", p.name(), namespace, line)
+    if p.accept(":"):
+        decl.base = p.type_expr()
+    if p.accept("key"):
+        key_name = p.name()
+        p.expect(":")
+        decl.key = (key_name, p.type_expr())
+    p.expect("{")
+    while not p.accept("}"):
+        if p.accept("method"):
+            decl.methods.append(p.raw_until_semicolon()[0] + ";")
+        else:
+            decl.members.append(parse_member(p, allow_collections=True))
+    for name in ([decl.key[0]] if decl.key else []) + [m.name for m in decl.members]:
+        if name in ENTITY_RESERVED:
+            p.error(f"entity {decl.name}: '{name}' would hide a member every entity has")
+    return decl
+
+
+def parse_member(p, allow_collections):
+    token = p.peek()
+    member = Member(p.name(), token.line)
+    p.expect(":")
+    if p.accept("owned"):
+        member.kind = "child"
+    elif p.accept("ref"):
+        member.ref = True
+    if p.peek() and p.peek().text == "set" and p.peek(1) and p.peek(1).text == "<":
+        p.next()
+        p.expect("<")
+        member.kind, member.type, member.key = "set", "bool", p.type_expr()
+        p.expect(">")
+    else:
+        member.type = p.type_expr()
+        if p.accept("["):
+            member.key = p.type_expr()
+            p.expect("]")
+            member.kind = "children" if member.kind == "child" else "coll"
+    while True:
+        if p.accept("inside"):
+            if member.kind != "coll":
+                p.error(f"{member.name}: 'inside' applies to a keyed value collection")
+            member.kind = "inside"
+        elif p.accept("virtual"):
+            member.virtual = True
+        else:
+            break
+    if p.accept("="):
+        member.default = p.raw_until_semicolon()[0]
+    else:
+        p.expect(";")
+    if not allow_collections and member.kind != "scalar":
+        p.error(f"{member.name}: a value record holds plain fields only", token)
+    if member.kind in ("child", "children") and member.default:
+        p.error(f"{member.name}: an owned entity takes no default", token)
+    return member
+
+
+# ---------------------------------------------------------------------------
+# Writing
+
+
+def cap(name):
+    return name[0].upper() + name[1:]
+
+
+def lower_first(name):
+    return name[0].lower() + name[1:]
+
+
+class Symbols:
+    """What every schema of the run declares, for resolving names across files."""
+
+    def __init__(self):
+        self.by_qualified = {}
+
+    def add(self, decl):
+        self.by_qualified[decl.qualified] = decl
+
+    def find(self, name, namespace):
+        parts = namespace.split("::") if namespace else []
+        for n in range(len(parts), -1, -1):
+            candidate = "::".join(parts[:n] + [name])
+            if candidate in self.by_qualified:
+                return self.by_qualified[candidate]
+        return None
+
+
+class Writer:
+    def __init__(self):
+        self.lines = []
+
+    def __call__(self, text=""):
+        self.lines.extend(text.split("\n") if text else [""])
+
+    def text(self):
+        return "\n".join(self.lines).rstrip("\n") + "\n"
+
+
+def cpp_type(type_name):
+    return PRIMITIVES.get(type_name, type_name)
+
+
+def member_cpp_type(member):
+    base = cpp_type(member.type)
+    if member.kind in ("child", "children") or member.ref:
+        return f"Rxn::Ptr<{base}>"
+    return base
+
+
+def storage_type(member):
+    value = member_cpp_type(member)
+    if member.kind == "scalar" or member.kind == "child":
+        return value
+    return f"Rxn::HashMap2018<{cpp_type(member.key)}, {value}>"
+
+
+def default_expr(member, decl, symbols):
+    if member.default is None:
+        return None
+    enum = symbols.find(member.type, decl.namespace)
+    if enum is not None and enum.kind == "enum" and member.default in [e[0] for e in enum.enumerators]:
+        return f"{cpp_type(member.type)}::{member.default}"
+    return member.default
+
+
+def emit_enum(h, cpp, decl):
+    underlying = f" : {cpp_type(decl.underlying)}" if decl.underlying else ""
+    enumerators = ", ".join(f"{n} = {v}" for n, v in decl.enumerators)
+    h(f"enum class {decl.name}{underlying} {{ {enumerators} }};")
+    h(f"std::ostream& operator<<(std::ostream& out, {decl.name} value);")
+    h()
+    cpp(f"std::ostream& operator<<(std::ostream& out, {decl.name} value) {{")
+    cpp("  switch (value) {")
+    for n, _ in decl.enumerators:
+        cpp(f"    case {decl.name}::{n}:")
+        cpp(f'      return out << "{n}";')
+    cpp("  }")
+    cpp("  return out << static_cast<long long>(value);")
+    cpp("}")
+    cpp()
+
+
+def emit_enum_traits(h, cpp, decl):
+    q = decl.qualified
+    h("template <>")
+    h(f"struct ValueTraits<{q}> {{")
+    h(f'  static char const* rxnTypeName() {{ return "{q}"; }}')
+    h(f"  static String strep({q} value);")
+    h(f"  static {q} fromStrep(StrepNode const& node);")
+    h("};")
+    h()
+    cpp(f"String ValueTraits<{q}>::strep({q} value) {{")
+    cpp(f'  return "Value(\'{q}\', " + quoteStrep(valueToString(value)) + ")";')
+    cpp("}")
+    cpp()
+    cpp(f"{q} ValueTraits<{q}>::fromStrep(StrepNode const& node) {{")
+    cpp(f'  if (node.kind != StrepNode::Kind::string && (node.kind != StrepNode::Kind::wrapper || node.typeName != "{q}")) {{')
+    cpp(f'    throwStrepError("expected a {q}", node);')
+    cpp("  }")
+    for n, _ in decl.enumerators:
+        cpp(f'  if (node.text == "{n}") return {q}::{n};')
+    cpp(f'  throwRangeException("bad value text: " + node.text + " is no {q}");')
+    cpp("}")
+    cpp()
+
+
+def emit_value(h, cpp, decl, symbols):
+    n = decl.name
+    fields = decl.members
+    h(f"class {n} {{")
+    h(" public:")
+    h(f"  {n}() = default;")
+    params = ", ".join(f"{member_cpp_type(f)} const& {f.name}" for f in fields)
+    inits = ", ".join(f"{f.name}_({f.name})" for f in fields)
+    h(f"  {'explicit ' if len(fields) == 1 else ''}{n}({params}) : {inits} {{}}")
+    h(f'  static char const* rxnTypeName() {{ return "{decl.qualified}"; }}')
+    h()
+    for f in fields:
+        t = member_cpp_type(f)
+        getter = t if f.type in PRIMITIVES and f.type != "string" else f"{t} const&"
+        h(f"  {getter} {f.name}() const {{ return {f.name}_; }}")
+        h(f"  void {f.name}Is({t} const& value) {{ {f.name}_ = value; }}")
+    if decl.key:
+        key = next(f for f in fields if f.name == decl.key)
+        h(f"  {member_cpp_type(key)} const& fwkKey() const {{ return {key.name}_; }}")
+    for m in decl.methods:
+        h(f"  {m}")
+    h()
+    h(f"  bool operator==({n} const& other) const = default;")
+    ties = ", ".join(f"{f.name}_" for f in fields)
+    other_ties = ", ".join(f"other.{f.name}_" for f in fields)
+    h(f"  bool operator<({n} const& other) const {{ return std::tie({ties}) < std::tie({other_ties}); }}")
+    empty = decl.empty_when or f"*this == {n}()"
+    h(f"  bool operator!() const {{ return {empty}; }}")
+    h("  std::uint64_t hash() const;")
+    h("  Rxn::String stringValue() const;")
+    h()
+    h(" private:")
+    for f in fields:
+        d = default_expr(f, decl, symbols)
+        h(f"  {member_cpp_type(f)} {f.name}_{{{d or ''}}};")
+    h("};")
+    h(f"std::ostream& operator<<(std::ostream& out, {n} const& value);")
+    h()
+    cpp(f"std::uint64_t {n}::hash() const {{")
+    cpp("  std::uint64_t h = 0;")
+    for f in fields:
+        cpp(f"  h = Rxn::hashCombine(h, Rxn::hashOf({f.name}_));")
+    cpp("  return h;")
+    cpp("}")
+    cpp()
+    cpp(f"Rxn::String {n}::stringValue() const {{")
+    cpp("  std::ostringstream out;")
+    cpp("  out << *this;")
+    cpp("  return out.str();")
+    cpp("}")
+    cpp()
+    cpp(f"std::ostream& operator<<(std::ostream& out, {n} const& value) {{")
+    parts = ' << ", "'.join(f' << "{f.name}=" << Rxn::valueToString(value.{f.name}())' for f in fields)
+    cpp(f'  return out << "{n}("{parts} << ")";')
+    cpp("}")
+    cpp()
+
+
+def emit_value_traits(h, cpp, decl):
+    q = decl.qualified
+    fields = decl.members
+    h("template <>")
+    h(f"struct ValueTraits<{q}> {{")
+    h(f"  static String strep({q} const& value);")
+    h(f"  static {q} fromStrep(StrepNode const& node);")
+    h("};")
+    h()
+    cpp(f"String ValueTraits<{q}>::strep({q} const& value) {{")
+    text = f'String("Value(\'{q}\', ** {{'
+    for i, f in enumerate(fields):
+        sep = ", " if i else ""
+        close = '")' if i == 0 else '"'
+        text += f'{sep}\'{f.name}\': {close} + valueToStrep(value.{f.name}()) + "'
+    cpp(f'  return {text}}})";')
+    cpp("}")
+    cpp()
+    cpp(f"{q} ValueTraits<{q}>::fromStrep(StrepNode const& node) {{")
+    cpp(f'  strep::expectRecord(node, "{q}", {len(fields)});')
+    cpp(f"  {q} value;")
+    for i, f in enumerate(fields):
+        t = member_cpp_type(f)
+        cpp(f'  value.{f.name}Is(ValueTraits<{t}>::fromStrep(strep::field(node, "{q}", "{f.name}", {i})));')
+    cpp("  return value;")
+    cpp("}")
+    cpp()
+
+
+def inherited_key(decl, symbols):
+    """The key of the nearest keyed base declared in a schema, if any."""
+    base = symbols.find(decl.base, decl.namespace) if decl.base else None
+    while base is not None:
+        if base.key:
+            return base.key
+        base = symbols.find(base.base, base.namespace) if base.base else None
+    return None
+
+
+def emit_entity(h, decl, symbols):
+    n = decl.name
+    base = decl.base or "Rxn::Entity"
+    h(f"class {n} : public {base} {{")
+    h(" public:")
+    h("  class NotifieeConst;")
+    base_key = inherited_key(decl, symbols)
+    if decl.key and base_key:
+        raise SchemaError(f"{decl.name}: a keyed entity's base already has the key {base_key[0]}")
+    if decl.key:
+        key_name, key_type = decl.key
+        kt = cpp_type(key_type)
+        h(f"  explicit {n}({kt} const& {key_name})")
+        h(f"      : {base}(Rxn::valueToString({key_name})), {key_name}_({key_name}) {{}}")
+    elif base_key:
+        key_name, key_type = base_key
+        h(f"  explicit {n}({cpp_type(key_type)} const& {key_name}) : {base}({key_name}) {{}}")
+    else:
+        h(f"  explicit {n}(Rxn::Name const& name) : {base}(name) {{}}")
+    h(f'  char const* fwkType() const override {{ return "{decl.qualified}"; }}')
+    if decl.key:
+        key_name, key_type = decl.key
+        kt = cpp_type(key_type)
+        h(f"  {kt} const& {key_name}() const {{ return {key_name}_; }}")
+        h(f"  {kt} const& fwkKey() const {{ return {key_name}_; }}")
+    for m in decl.methods:
+        h(f"  {m}")
+    for m in decl.members:
+        h()
+        emit_attribute(h, m)
+    if decl.key or decl.members:
+        h()
+        h(" private:")
+    if decl.key:
+        h(f"  {cpp_type(decl.key[1])} {decl.key[0]}_;")
+    for m in decl.members:
+        d = default_expr(m, decl, symbols)
+        h(f"  {storage_type(m)} {m.name}_{{{d or ''}}};")
+    h("};")
+    h()
+    emit_notifiee(h, decl)
+    for m in decl.members:
+        emit_notify(h, decl, m)
+    factory = lower_first(n) + "Factory"
+    if decl.key or base_key:
+        key_name, key_type = decl.key or base_key
+        h(f"inline Rxn::Ptr<{n}> {factory}({cpp_type(key_type)} const& {key_name}) {{ return new {n}({key_name}); }}")
+    else:
+        h(f"inline Rxn::Ptr<{n}> {factory}(Rxn::Name const& name) {{ return new {n}(name); }}")
+    h()
+
+
+def emit_attribute(h, m):
+    x, X = m.name, cap(m.name)
+    t = member_cpp_type(m)
+    if m.kind in ("scalar",):
+        virtual = "virtual " if m.virtual else ""
+        h(f"  {virtual}{t} {x}() const {{ return {x}_; }}")
+        h(f"  void {x}Is({t} const& value) {{")
+        h(f"    if ({x}_ == value) return;")
+        h(f"    {x}_ = value;")
+        h(f"    {x}Notify();")
+        h("  }")
+        if m.type in NUMERIC:
+            h(f"  {t} {x}Inc({t} const& delta) {{")
+            h(f"    {t} const sum = static_cast<{t}>({x}_ + delta);")
+            h(f"    {x}Is(sum);")
+            h("    return sum;")
+            h("  }")
+        h(f"  void {x}Notify() const;")
+        return
+    if m.kind == "child":
+        h(f"  {t} {x}() const {{ return {x}_; }}")
+        h(f"  {t} {x}Is(Rxn::Name const& name) {{")
+        h(f"    if ({x}_ && {x}_->name() == name) return {x}_;")
+        h(f"    {x}_ = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(name)), this, \"{x}\");")
+        h(f"    {x}Notify();")
+        h(f"    return {x}_;")
+        h("  }")
+        h(f"  void {x}Del() {{")
+        h(f"    if (!{x}_) return;")
+        h(f'    {x}_->parentIs(nullptr, "");')
+        h(f"    {x}_ = nullptr;")
+        h(f"    {x}Notify();")
+        h("  }")
+        h(f"  void {x}Notify() const;")
+        return
+    k = cpp_type(m.key)
+    h(f"  {t} {x}({k} const& key) const {{ return Rxn::attr::valueAt({x}_, key); }}")
+    h(f"  Rxn::HashMap2018<{k}, {t}> const& {x}() const {{ return {x}_; }}")
+    if m.kind == "children":
+        h(f"  {t} {x}Is({k} const& key) {{")
+        h(f"    auto [slot, fresh] = {x}_.findOrInsert(key);")
+        h("    if (!fresh) return *slot;")
+        h(f"    *slot = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(key)), this, \"{x}\");")
+        h(f"    {t} const child = *slot;")
+        h(f"    {x}Notify(key);")
+        h("    return child;")
+        h("  }")
+        h(f"  void {x}Del({k} const& key) {{")
+        h(f"    std::optional<{t}> const old = {x}_.take(key);")
+        h("    if (!old) return;")
+        h(f'    (*old)->parentIs(nullptr, "");')
+        h(f"    {x}Notify(key);")
+        h("  }")
+    elif m.kind == "inside":
+        h(f"  void {x}Is({t} const& value) {{")
+        h(f"    {k} const key = value.fwkKey();")
+        h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
+        h("  }")
+        h(f"  {t} {x}Del({k} const& key) {{")
+        h(f"    std::optional<{t}> const old = {x}_.take(key);")
+        h(f"    if (!old) return {t}();")
+        h(f"    {x}Notify(key);")
+        h("    return *old;")
+        h("  }")
+    elif m.kind == "set":
+        h(f"  void {x}Is({k} const& key, bool member) {{")
+        h("    if (!member) {")
+        h(f"      {x}Del(key);")
+        h("    } else if (" + f"{x}_.insertOrAssign(key, true).second) {{")
+        h(f"      {x}Notify(key);")
+        h("    }")
+        h("  }")
+        h(f"  void {x}Del({k} const& key) {{")
+        h(f"    if ({x}_.erase(key)) {x}Notify(key);")
+        h("  }")
+    else:
+        h(f"  void {x}Is({k} const& key, {t} const& value) {{")
+        h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
+        h("  }")
+        h(f"  void {x}Del({k} const& key) {{")
+        h(f"    if ({x}_.erase(key)) {x}Notify(key);")
+        h("  }")
+    h(f"  void {x}DelAll() {{")
+    h(f"    Rxn::attr::delAll({x}_, [this]({k} const& key) {{ {x}Del(key); }});")
+    h("  }")
+    h(f"  void {x}Notify({k} const& key) const;")
+    h(f"  // Any key may have changed.")
+    h(f"  void {x}Notify() const;")
+
+
+def emit_notifiee(h, decl):
+    n = decl.name
+    base = decl.base or "Rxn::Entity"
+    h(f"class {n}::NotifieeConst : public {base}::NotifieeConst {{")
+    h(" public:")
+    h(f"  static constexpr std::uint8_t kDepth = {base}::NotifieeConst::kDepth + 1;")
+    h("  NotifieeConst() { notifyDepthIs(kDepth); }")
+    h(f"  Rxn::Ptr<{n} const> notifier() const {{ return Rxn::ptrCast<{n} const>(notifierBase()); }}")
+    for m in decl.members:
+        X = cap(m.name)
+        if m.kind in ("scalar", "child"):
+            h(f"  virtual void on{X}() {{}}")
+        else:
+            h(f"  virtual void on{X}({cpp_type(m.key)} const&) {{}}")
+            h(f"  virtual void on{X}rxnImmediate() {{}}")
+            h(f"  virtual void on{X}() {{}}")
+    h("};")
+    h()
+
+
+def emit_notify(h, decl, m):
+    n, x, X = decl.name, m.name, cap(m.name)
+    visit = "rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, "
+    if m.kind in ("scalar", "child"):
+        h(f"inline void {n}::{x}Notify() const {{")
+        h(f"  {visit}[](NotifieeConst* n) {{ n->on{X}(); }});")
+        h("}")
+        return
+    h(f"inline void {n}::{x}Notify({cpp_type(m.key)} const& key) const {{")
+    h(f"  {visit}[&key](NotifieeConst* n) {{ n->on{X}(key); }});")
+    h("}")
+    h(f"inline void {n}::{x}Notify() const {{")
+    h(f"  {visit}[](NotifieeConst* n) {{ n->on{X}rxnImmediate(); }});")
+    h("}")
+
+
+def open_namespace(w, namespace):
+    if namespace:
+        w(f"namespace {namespace} {{")
+        w()
+
+
+def close_namespace(w, namespace):
+    if namespace:
+        w(f"}}  // namespace {namespace}")
+        w()
+
+
+def generate(schema, rel_path, symbols):
+    banner = f"// Generated by tools/rxngen/rxngen.py from {rel_path}. Do not edit."
+    header_name = rel_path[: -len(".rxn")] + ".h"
+    h, cpp = Writer(), Writer()
+    h(banner)
+    h("#pragma once")
+    h()
+    for inc in ["cstdint", "optional", "ostream", "tuple"]:
+        h(f"#include <{inc}>")
+    h()
+    for inc in ["fabvxlan/runtime/Entity.h", "fabvxlan/runtime/Value.h"] + schema.includes:
+        h(f'#include "{inc}"')
+    h()
+    cpp(banner)
+    cpp(f'#include "{header_name}"')
+    cpp()
+    cpp("#include <sstream>")
+    cpp()
+
+    # Group consecutive declarations of one namespace.
+    groups = []
+    for decl in schema.decls:
+        if groups and groups[-1][0] == decl.namespace:
+            groups[-1][1].append(decl)
+        else:
+            groups.append((decl.namespace, [decl]))
+    for namespace, decls in groups:
+        open_namespace(h, namespace)
+        open_namespace(cpp, namespace)
+        for decl in decls:
+            if decl.kind == "enum":
+                emit_enum(h, cpp, decl)
+            elif decl.kind == "value":
+                emit_value(h, cpp, decl, symbols)
+            else:
+                emit_entity(h, decl, symbols)
+        close_namespace(h, namespace)
+        close_namespace(cpp, namespace)
+    traits = [d for d in schema.decls if d.kind in ("enum", "value")]
+    if traits:
+        open_namespace(h, "Rxn")
+        open_namespace(cpp, "Rxn")
+        for decl in traits:
+            if decl.kind == "enum":
+                emit_enum_traits(h, cpp, decl)
+            else:
+                emit_value_traits(h, cpp, decl)
+        close_namespace(h, "Rxn")
+        close_namespace(cpp, "Rxn")
+    return h.text(), cpp.text()
+
+
+def write_if_changed(path, text):
+    try:
+        with open(path, encoding="utf-8") as f:
+            if f.read() == text:
+                return False
+    except FileNotFoundError:
+        pass
+    os.makedirs(os.path.dirname(path) or ".", exist_ok=True)
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(text)
+    return True
+
+
+def main(argv=None):
+    parser = argparse.ArgumentParser(description="Generate C++ from .rxn schemas.")
+    parser.add_argument("--root", required=True, help="source root; outputs mirror schema paths below it")
+    parser.add_argument("--out", required=True, help="output folder")
+    parser.add_argument("--import", dest="imports", action="append", default=[],
+                        help="a schema whose names are known but which is not generated")
+    parser.add_argument("schemas", nargs="+")
+    args = parser.parse_args(argv)
+
+    symbols = Symbols()
+    parsed = []
+    try:
+        for path in args.imports + args.schemas:
+            with open(path, encoding="utf-8") as f:
+                schema = parse_schema(os.path.relpath(path, args.root), f.read())
+            for decl in schema.decls:
+                symbols.add(decl)
+            if path in args.schemas:
+                parsed.append(schema)
+        for schema in parsed:
+            header, source = generate(schema, schema.path, symbols)
+            stem = os.path.join(args.out, schema.path[: -len(".rxn")])
+            write_if_changed(stem + ".h", header)
+            write_if_changed(stem + ".cpp", source)
+    except (SchemaError, OSError) as e:
+        print(f"rxngen: {e}", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
