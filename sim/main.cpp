@@ -11,6 +11,7 @@
 #include "fabvxlan/runtime/Log.h"
 #include "fabvxlan/runtime/Reactor.h"
 #include "fabvxlan/runtime/Trace.h"
+#include "fabvxlan/state/FabBaseSm.h"
 #include "sim/DemoState.h"
 
 RXN_TRACE_MODULE("DemoLinkMonitor");
@@ -24,7 +25,7 @@ Rxn::LogHandle const LINK_FLAPPING("DEMO_LINKFLAP", 4, "Link %s flapped %d times
                                    "A link went down again before it was stable.",
                                    "Check the cabling of the link.", 10.0);
 
-class LinkMonitor : public Rxn::PtrInterface {
+class LinkMonitor : public Fab::FabBaseSm {
  public:
   class RxnLink : public Rxn::Reactor<LinkMonitor, Link const> {
    public:
@@ -70,14 +71,13 @@ class LinkMonitor : public Rxn::PtrInterface {
     int flaps_ = 0;
   };
 
-  explicit LinkMonitor(Rxn::Ptr<LinkDir const> const& dir) : link_(registry_, "Demo::LinkMonitor", "link") {
+  LinkMonitor(Rxn::Ptr<Fab::FabCommonSmData> const& acsd, Rxn::Ptr<LinkDir const> const& dir)
+      : FabBaseSm(acsd), link_(reactors(), "Demo::LinkMonitor", "link") {
     link_.reconcile(this, dir->link());
-    registry_.activeAll(true);
   }
   void follow(Rxn::Ptr<LinkDir const> const& dir, std::string const& intf) { link_.follow(this, dir->link(), intf); }
 
  private:
-  Rxn::ReactorRegistry registry_;
   Rxn::ReactorCollection<std::string, RxnLink> link_;
 };
 
@@ -98,7 +98,7 @@ int main() {
                 Rxn::logLine(handle, text).c_str());
   });
   Rxn::Ptr<Demo::LinkDir> links = Demo::linkDirFactory("links");
-  Rxn::Ptr<Demo::LinkMonitor> monitor(new Demo::LinkMonitor(links));
+  auto monitor = Fab::smFactory<Demo::LinkMonitor>(Fab::fabCommonSmDataFactory("acsd"), links);
   Rxn::Ptr<Demo::RxnLinkDir> follower(new Demo::RxnLinkDir(links, monitor.get()));
   follower->hasNotificationActiveIs(true);
 

@@ -109,6 +109,9 @@ std::size_t Clock::fireTurn() {
     fire(reactor);
     ++fired;
   }
+  if (heap_.empty()) {
+    return fired;
+  }
   double const present = now();
   while (!heap_.empty() && heap_.front()->timeMin_ <= present && heap_.front()->seq_ < turnSeq) {
     Reactor* reactor = heap_.front();
@@ -368,13 +371,15 @@ std::size_t Activity::runTurn(double maxWait) {
   if (mode_ == TimeMode::real && !busy) {
     wait = std::max(0.0, std::min(maxWait, clock_->nextTime() - now()));
   }
-  bool const pollDue = !busy || mode_ == TimeMode::simulated ||
-                       System::wallClockTime() - lastPoll_ >= kBusyPollInterval;
-  if (!watched_.empty() ? pollDue : wait > 0.0) {
+  if (watched_.empty() ? wait > 0.0 : !busy || pollDueWhileBusy()) {
     delivered += pollDescriptors(wait);
   }
   delivered += clock_->fireTurn();
   return delivered;
+}
+
+bool Activity::pollDueWhileBusy() const {
+  return mode_ == TimeMode::simulated || System::wallClockTime() - lastPoll_ >= kBusyPollInterval;
 }
 
 void Activity::runUntilIdle() {

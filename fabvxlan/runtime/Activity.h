@@ -174,7 +174,7 @@ class Activity {
   std::uint64_t watch(FileDescriptor* fd, int descriptor);
   void unwatch(std::uint64_t id, int descriptor);
   std::size_t pollDescriptors(double maxWait);
-  bool idleAtPresent() const;
+  bool pollDueWhileBusy() const;
 
   TimeMode mode_;
   double simulatedNow_;

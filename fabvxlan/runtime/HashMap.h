@@ -12,13 +12,22 @@
 //    iterator, and not otherwise;
 //  - lowerBound(k) resumes a walk at a stored key (a bookmark), whether or
 //    not that key is still present.
+//
+// The table is open-addressed with linear probing and kept sorted: slot i
+// holds a key whose home slot (the top bits of its hash) is at most i, and
+// the occupied slots, read in index order, are in iteration order. Inserts
+// shift the rest of a run right, deletes shift it back, and the table has
+// room at its end instead of wrapping. So a walk reads memory in order, and
+// nothing is allocated per key. Values move when the table changes: a
+// pointer from find() is good until the next insert or delete.
 
 #include <cassert>
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #include "fabvxlan/runtime/Hash.h"
 #include "fabvxlan/runtime/Ptr.h"
@@ -33,13 +42,14 @@ class HashMap2018 {
   using value_type = std::pair<K const, V>;
 
  private:
-  struct Node {
-    template <class... A>
-    Node(std::uint64_t hh, K const& k, A&&... a) : h(hh), kv(std::piecewise_construct, std::forward_as_tuple(k),
-                                                             std::forward_as_tuple(std::forward<A>(a)...)) {}
-    Node* next = nullptr;
+  static constexpr std::size_t kEnd = ~std::size_t{0};
+
+  struct Slot {
     std::uint64_t h;
-    value_type kv;
+    bool used;
+    alignas(value_type) unsigned char raw[sizeof(value_type)];
+    value_type& kv() { return *std::launder(reinterpret_cast<value_type*>(raw)); }
+    value_type const& kv() const { return *std::launder(reinterpret_cast<value_type const*>(raw)); }
   };
 
  public:
@@ -52,14 +62,14 @@ class HashMap2018 {
     Iterator() = default;
     reference operator*() const {
       sync();
-      assert(node_ != nullptr);
-      return node_->kv;
+      assert(index_ != kEnd);
+      return map_->slots_[index_].kv();
     }
     value_type const* operator->() const { return &**this; }
     Iterator& operator++() {
       sync();
-      if (node_ != nullptr && standsOnPosition()) {
-        node_ = map_->successor(node_);
+      if (index_ != kEnd && standsOnPosition()) {
+        index_ = map_->nextUsed(index_ + 1);
       }
       remember();
       return *this;
@@ -67,35 +77,38 @@ class HashMap2018 {
     bool operator==(Iterator const& other) const {
       sync();
       other.sync();
-      return node_ == other.node_;
+      return index_ == other.index_;
     }
     K const& key() const { return (**this).first; }
     V const& value() const { return (**this).second; }
 
    private:
     friend class HashMap2018;
-    Iterator(HashMap2018 const* map, Node* node) : map_(map), node_(node), epoch_(map->epoch_) { remember(); }
+    Iterator(HashMap2018 const* map, std::size_t index) : map_(map), index_(index), epoch_(map->epoch_) { remember(); }
 
-    bool standsOnPosition() const { return node_->h == h_ && node_->kv.first == key_; }
+    bool standsOnPosition() const {
+      Slot const& slot = map_->slots_[index_];
+      return slot.h == h_ && slot.kv().first == key_;
+    }
     void remember() {
-      if (node_ != nullptr) {
-        h_ = node_->h;
-        key_ = node_->kv.first;
+      if (index_ != kEnd) {
+        h_ = map_->slots_[index_].h;
+        key_ = map_->slots_[index_].kv().first;
       }
     }
-    // After a deletion anywhere in the map the node may be gone: seek the
-    // remembered position again.
+    // After any change of the map the slot may hold another key, or none:
+    // seek the remembered position again.
     void sync() const {
       if (map_ != nullptr && epoch_ != map_->epoch_) {
         epoch_ = map_->epoch_;
-        if (node_ != nullptr) {
-          node_ = map_->seek(h_, key_);
+        if (index_ != kEnd) {
+          index_ = map_->seek(h_, key_);
         }
       }
     }
 
     HashMap2018 const* map_ = nullptr;
-    mutable Node* node_ = nullptr;
+    mutable std::size_t index_ = kEnd;
     mutable std::uint64_t epoch_ = 0;
     std::uint64_t h_ = 0;
     K key_{};
@@ -117,9 +130,10 @@ class HashMap2018 {
   ~HashMap2018() { clear(); }
 
   void swap(HashMap2018& other) noexcept {
-    std::swap(buckets_, other.buckets_);
-    std::swap(size_, other.size_);
+    std::swap(slots_, other.slots_);
+    std::swap(slotCount_, other.slotCount_);
     std::swap(bits_, other.bits_);
+    std::swap(size_, other.size_);
     ++epoch_;
     ++other.epoch_;
   }
@@ -128,78 +142,76 @@ class HashMap2018 {
   bool empty() const { return size_ == 0; }
 
   V const* find(K const& key) const {
-    Node* node = findNode(key);
-    return node != nullptr ? &node->kv.second : nullptr;
+    std::size_t const index = indexOf(hashMix(hashOf(key)), key);
+    return index != kEnd ? &slots_[index].kv().second : nullptr;
   }
   V* find(K const& key) {
-    Node* node = findNode(key);
-    return node != nullptr ? &node->kv.second : nullptr;
+    std::size_t const index = indexOf(hashMix(hashOf(key)), key);
+    return index != kEnd ? &slots_[index].kv().second : nullptr;
   }
-  bool contains(K const& key) const { return findNode(key) != nullptr; }
+  bool contains(K const& key) const { return indexOf(hashMix(hashOf(key)), key) != kEnd; }
 
   // Inserts or assigns. Returns the stored value and whether anything changed.
-  template <class VV>
-  std::pair<V*, bool> insertOrAssign(K const& key, VV&& value) {
+  std::pair<V*, bool> insertOrAssign(K const& key, V value) {
     std::uint64_t const h = hashMix(hashOf(key));
-    Node** link = linkFor(h, key);
-    if (*link != nullptr && (*link)->h == h && (*link)->kv.first == key) {
-      V& stored = (*link)->kv.second;
+    std::size_t const index = indexOf(h, key);
+    if (index != kEnd) {
+      V& stored = slots_[index].kv().second;
       if (stored == value) {
         return {&stored, false};
       }
-      stored = std::forward<VV>(value);
+      stored = std::move(value);
       return {&stored, true};
     }
-    return {&insertAt(link, h, key, std::forward<VV>(value)), true};
+    return {&insertNew(h, key, std::move(value)), true};
   }
 
   // Finds the key, or inserts a default-constructed value for it.
   std::pair<V*, bool> findOrInsert(K const& key) {
     std::uint64_t const h = hashMix(hashOf(key));
-    Node** link = linkFor(h, key);
-    if (*link != nullptr && (*link)->h == h && (*link)->kv.first == key) {
-      return {&(*link)->kv.second, false};
+    std::size_t const index = indexOf(h, key);
+    if (index != kEnd) {
+      return {&slots_[index].kv().second, false};
     }
-    return {&insertAt(link, h, key), true};
+    return {&insertNew(h, key, V()), true};
   }
 
   // Removes the key and hands back its value, if it was present.
   std::optional<V> take(K const& key) {
-    Node** link = existingLink(key);
-    if (link == nullptr) {
+    std::size_t const index = indexOf(hashMix(hashOf(key)), key);
+    if (index == kEnd) {
       return std::nullopt;
     }
-    std::optional<V> out(std::move((*link)->kv.second));
-    unlinkAndFree(link);
+    std::optional<V> out(std::move(slots_[index].kv().second));
+    eraseAt(index);
     return out;
   }
 
   bool erase(K const& key) {
-    Node** link = existingLink(key);
-    if (link == nullptr) {
+    std::size_t const index = indexOf(hashMix(hashOf(key)), key);
+    if (index == kEnd) {
       return false;
     }
-    unlinkAndFree(link);
+    eraseAt(index);
     return true;
   }
 
   void clear() {
-    for (std::size_t b = 0; b < bucketCount(); ++b) {
-      for (Node* n = buckets_[b]; n != nullptr;) {
-        Node* next = n->next;
-        delete n;
-        n = next;
+    for (std::size_t i = 0; i < slotCount_; ++i) {
+      if (slots_[i].used) {
+        slots_[i].kv().~value_type();
       }
     }
-    delete[] buckets_;
-    buckets_ = nullptr;
+    ::operator delete[](slots_, std::align_val_t(alignof(Slot)));
+    slots_ = nullptr;
+    slotCount_ = 0;
     bits_ = 0;
     size_ = 0;
     ++epoch_;
   }
 
-  Iterator begin() const { return Iterator(this, firstFrom(0)); }
-  Iterator end() const { return Iterator(this, nullptr); }
+  Iterator begin() const { return Iterator(this, nextUsed(0)); }
+  Iterator end() const { return Iterator(this, kEnd); }
   // The first key at or after `key` in iteration order; `key` need not exist.
   Iterator lowerBound(K const& key) const { return Iterator(this, seek(hashMix(hashOf(key)), key)); }
 
@@ -217,119 +229,143 @@ class HashMap2018 {
   }
 
  private:
-  static bool before(std::uint64_t h1, K const& k1, std::uint64_t h2, K const& k2) {
-    return h1 < h2 || (h1 == h2 && k1 < k2);
-  }
-  std::size_t bucketCount() const { return buckets_ == nullptr ? 0 : (std::size_t{1} << bits_); }
-  std::size_t bucketOf(std::uint64_t h) const { return bits_ == 0 ? 0 : static_cast<std::size_t>(h >> (64 - bits_)); }
+  static constexpr std::uint8_t kMinBits = 3;
 
-  // The link at which (h, key) stands or would be inserted.
-  Node** linkFor(std::uint64_t h, K const& key) {
-    if (buckets_ == nullptr) {
-      rehash(0);
-    }
-    Node** link = &buckets_[bucketOf(h)];
-    while (*link != nullptr && before((*link)->h, (*link)->kv.first, h, key)) {
-      link = &(*link)->next;
-    }
-    return link;
+  std::size_t capacity() const { return slots_ == nullptr ? 0 : std::size_t{1} << bits_; }
+  std::size_t home(std::uint64_t h) const { return static_cast<std::size_t>(h >> (64 - bits_)); }
+  static bool before(Slot const& slot, std::uint64_t h, K const& key) {
+    return slot.h < h || (slot.h == h && slot.kv().first < key);
   }
-  Node** existingLink(K const& key) {
-    if (buckets_ == nullptr) {
-      return nullptr;
-    }
-    std::uint64_t const h = hashMix(hashOf(key));
-    Node** link = linkFor(h, key);
-    return (*link != nullptr && (*link)->h == h && (*link)->kv.first == key) ? link : nullptr;
-  }
-  Node* findNode(K const& key) const {
-    if (buckets_ == nullptr) {
-      return nullptr;
-    }
-    std::uint64_t const h = hashMix(hashOf(key));
-    for (Node* n = buckets_[bucketOf(h)]; n != nullptr && n->h <= h; n = n->next) {
-      if (n->h == h && n->kv.first == key) {
-        return n;
+
+  // The first occupied slot at or after `index`, or kEnd.
+  std::size_t nextUsed(std::size_t index) const {
+    for (; index < slotCount_; ++index) {
+      if (slots_[index].used) {
+        return index;
       }
     }
-    return nullptr;
+    return kEnd;
+  }
+  // The slot of the first key at or after (h, key), or kEnd.
+  std::size_t seek(std::uint64_t h, K const& key) const {
+    if (slots_ == nullptr) {
+      return kEnd;
+    }
+    std::size_t index = home(h);
+    while (index < slotCount_ && slots_[index].used && before(slots_[index], h, key)) {
+      ++index;
+    }
+    return nextUsed(index);
+  }
+  std::size_t indexOf(std::uint64_t h, K const& key) const {
+    std::size_t const index = seek(h, key);
+    return index != kEnd && slots_[index].h == h && slots_[index].kv().first == key ? index : kEnd;
   }
 
-  template <class... A>
-  V& insertAt(Node** link, std::uint64_t h, K const& key, A&&... value) {
-    Node* node = new Node(h, key, std::forward<A>(value)...);
-    node->next = *link;
-    *link = node;
-    if (++size_ > bucketCount()) {
-      rehash(bits_ + 1);
+  V& insertNew(std::uint64_t h, K const& key, V value) {
+    if ((size_ + 1) * 4 > capacity() * 3) {
+      rehash(slots_ == nullptr ? kMinBits : bits_ + 1);
     }
-    return node->kv.second;
+    for (;;) {
+      std::size_t index = home(h);
+      while (index < slotCount_ && slots_[index].used && before(slots_[index], h, key)) {
+        ++index;
+      }
+      std::size_t free = index;
+      while (free < slotCount_ && slots_[free].used) {
+        ++free;
+      }
+      if (free == slotCount_) {
+        rehash(bits_);  // the run reached the end: make more room there
+        continue;
+      }
+      for (std::size_t i = free; i > index; --i) {
+        moveSlot(i - 1, i);
+      }
+      Slot& slot = slots_[index];
+      slot.h = h;
+      slot.used = true;
+      ::new (slot.raw) value_type(key, std::move(value));
+      ++size_;
+      ++epoch_;
+      return slot.kv().second;
+    }
   }
-  void unlinkAndFree(Node** link) {
-    Node* node = *link;
-    *link = node->next;
-    delete node;
+
+  void eraseAt(std::size_t index) {
+    slots_[index].kv().~value_type();
+    slots_[index].used = false;
+    for (std::size_t next = index + 1; next < slotCount_ && slots_[next].used && home(slots_[next].h) < next; ++next) {
+      moveSlot(next, next - 1);
+    }
     --size_;
     ++epoch_;
-    // Keep iteration proportional to the number of keys, not to past peaks.
-    if (bits_ > 3 && size_ < (bucketCount() >> 3)) {
-      rehash(bits_ - 2);
+    // Keep a walk proportional to the number of keys, not to a past peak.
+    if (bits_ > kMinBits && size_ * 16 < capacity()) {
+      rehash(bits_ - 1);
     }
   }
 
-  // Re-buckets every node. The global order is the same for every table
-  // size, so appending in the old order keeps each chain sorted.
+  void moveSlot(std::size_t from, std::size_t to) {
+    Slot& source = slots_[from];
+    Slot& target = slots_[to];
+    target.h = source.h;
+    target.used = true;
+    ::new (target.raw) value_type(std::move(source.kv()));
+    source.kv().~value_type();
+    source.used = false;
+  }
+
+  // Rebuilds the table with 2^bits home slots. The order is the same for
+  // every size, so the keys are laid down in one pass, each at its home or
+  // just after its predecessor; room at the end grows when a run needs it.
   void rehash(std::uint8_t bits) {
-    std::size_t const count = std::size_t{1} << bits;
-    Node** fresh = new Node*[count]();
-    std::vector<Node**> tails(count);
-    for (std::size_t b = 0; b < count; ++b) {
-      tails[b] = &fresh[b];
-    }
-    Node** old = buckets_;
-    std::size_t const oldCount = bucketCount();
+    std::size_t const homes = std::size_t{1} << bits;
+    std::size_t const spare = slotCount_ > capacity() && bits == bits_ ? 2 * (slotCount_ - capacity()) : 0;
+    std::size_t count = homes + std::max<std::size_t>(spare, homes / 8 + 8);
+    std::uint8_t const oldBits = bits_;
     bits_ = bits;
-    for (std::size_t b = 0; b < oldCount; ++b) {
-      for (Node* n = old[b]; n != nullptr;) {
-        Node* next = n->next;
-        std::size_t const nb = bucketOf(n->h);
-        n->next = nullptr;
-        *tails[nb] = n;
-        tails[nb] = &n->next;
-        n = next;
-      }
+    count = std::max(count, layDown(nullptr) + 8);
+    bits_ = oldBits;
+
+    Slot* fresh = static_cast<Slot*>(::operator new[](count * sizeof(Slot), std::align_val_t(alignof(Slot))));
+    for (std::size_t i = 0; i < count; ++i) {
+      fresh[i].used = false;
     }
-    delete[] old;
-    buckets_ = fresh;
+    bits_ = bits;
+    layDown(fresh);
+    ::operator delete[](slots_, std::align_val_t(alignof(Slot)));
+    slots_ = fresh;
+    slotCount_ = count;
+    ++epoch_;
   }
 
-  Node* firstFrom(std::size_t bucket) const {
-    for (std::size_t b = bucket; b < bucketCount(); ++b) {
-      if (buckets_[b] != nullptr) {
-        return buckets_[b];
+  // Places every key at max(its home, one past its predecessor) in `fresh`,
+  // moving it there, or only counts the slots needed when `fresh` is null.
+  std::size_t layDown(Slot* fresh) {
+    std::size_t next = 0;
+    for (std::size_t i = 0; i < slotCount_; ++i) {
+      Slot& slot = slots_[i];
+      if (!slot.used) {
+        continue;
       }
-    }
-    return nullptr;
-  }
-  Node* successor(Node* node) const { return node->next != nullptr ? node->next : firstFrom(bucketOf(node->h) + 1); }
-  // The first node at or after (h, key).
-  Node* seek(std::uint64_t h, K const& key) const {
-    if (buckets_ == nullptr) {
-      return nullptr;
-    }
-    std::size_t const b = bucketOf(h);
-    for (Node* n = buckets_[b]; n != nullptr; n = n->next) {
-      if (!before(n->h, n->kv.first, h, key)) {
-        return n;
+      std::size_t const index = std::max(home(slot.h), next);
+      if (fresh != nullptr) {
+        fresh[index].h = slot.h;
+        fresh[index].used = true;
+        ::new (fresh[index].raw) value_type(std::move(slot.kv()));
+        slot.kv().~value_type();
       }
+      next = index + 1;
     }
-    return firstFrom(b + 1);
+    return next;
   }
 
-  Node** buckets_ = nullptr;
+  Slot* slots_ = nullptr;
+  std::size_t slotCount_ = 0;
   std::size_t size_ = 0;
   std::uint8_t bits_ = 0;
-  // Counts deletions: an iterator that sees it move re-seeks its position.
+  // Moves on every change: an iterator that sees it move re-seeks its position.
   std::uint64_t epoch_ = 0;
 };
 

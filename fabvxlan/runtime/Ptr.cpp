@@ -115,10 +115,7 @@ void NotifieeList::release() {
   }
 }
 
-void NotifieeList::visitEnd() {
-  if (--visiting_ > 0) {
-    return;
-  }
+void NotifieeList::sweep() {
   if (released_) {
     delete this;
     return;

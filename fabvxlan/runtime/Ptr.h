@@ -189,7 +189,8 @@ class NotifieeList {
   void doVisit(std::uint8_t depth, Fn&& fn);
 
  private:
-  void visitEnd();
+  // The outermost visit ended with holes to close or a notifier gone.
+  void sweep();
 
   std::vector<Notifiee*> entries_;
   std::uint32_t visiting_ = 0;
@@ -202,8 +203,9 @@ void NotifieeList::doVisit(std::uint8_t depth, Fn&& fn) {
   ++visiting_;
   std::size_t const count = entries_.size();
   for (std::size_t i = 0; i < count; ++i) {
+    // Handlers may add entries: read the slot anew each time.
     Notifiee* const n = entries_[i];
-    if (n == nullptr || !n->hasNotificationActive() || n->notifyDepth_ < depth) {
+    if (n == nullptr || !(n->flags_ & PtrInterface::kActive) || n->notifyDepth_ < depth) {
       continue;
     }
     // The running handler keeps its reactor alive even if it deletes it.
@@ -215,7 +217,9 @@ void NotifieeList::doVisit(std::uint8_t depth, Fn&& fn) {
     }
     n->referencesDec();
   }
-  visitEnd();
+  if (--visiting_ == 0 && (holes_ || released_)) [[unlikely]] {
+    sweep();
+  }
 }
 
 template <class N, class Fn>

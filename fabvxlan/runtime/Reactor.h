@@ -181,7 +181,9 @@ class ReactorCollection : public ReactorHolder {
       reactor->notifierIs(member);
     } else {
       reactor = new R(member, owner);
-      reactor->hasNotificationActiveIs(true);
+      // A reactor hears what its owner hears: nothing before the factory
+      // activates the owner, everything after.
+      reactor->hasNotificationActiveIs(owner->hasNotificationActive());
       reactors_.insertOrAssign(key, reactor);
     }
     reactor->rxnDoZombieReactors(owner->rxnMarkedForDeletion());

@@ -3,6 +3,8 @@
 // input with a reactor on its scalars, and keyed reactors that follow the
 // members of a source collection. It writes what it hears into a journal.
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -108,8 +110,9 @@ class WatcherSm : public Fab::FabBaseSm {
     note("alarms " + std::to_string(panel()->alarms()));
   }
 
-  void note(std::string const& text) { journal.push_back(text); }
-  std::vector<std::string> journal;
+  void note(std::string const& text) { journal->push_back(text); }
+  // Outlives the machine, so that a test can read what its teardown did.
+  std::shared_ptr<std::vector<std::string>> journal = std::make_shared<std::vector<std::string>>();
   // Lets a test act from inside a mode handler.
   std::function<void(RxnSensor*)> onModeHook;
 

@@ -89,7 +89,9 @@ class Parser:
 
     def error(self, what, token=None):
         token = token or self.peek()
-        line = token.line if token else self.text.count("\n") + 1
+        self.error_at(token.line if token else self.text.count("\n") + 1, what)
+
+    def error_at(self, line, what):
         raise SchemaError(f"{self.path}:{line}: {what}")
 
     def peek(self, offset=0):
@@ -223,7 +225,7 @@ def parse_enum(p, namespace, line):
             p.expect("}")
             break
     if not decl.enumerators:
-        p.error(f"enum {decl.name} has no enumerators")
+        p.error_at(decl.line, f"enum {decl.name} has no enumerators")
     return decl
 
 
@@ -241,7 +243,7 @@ def parse_value(p, namespace, line):
         else:
             decl.members.append(parse_member(p, allow_collections=False))
     if decl.key and decl.key not in [m.name for m in decl.members]:
-        p.error(f"value {decl.name}: key {decl.key} is not a field")
+        p.error_at(decl.line, f"value {decl.name}: key {decl.key} is not a field")
     return decl
 
 
@@ -259,9 +261,10 @@ def parse_entity(p, namespace, line):
             decl.methods.append(p.raw_until_semicolon()[0] + ";")
         else:
             decl.members.append(parse_member(p, allow_collections=True))
-    for name in ([decl.key[0]] if decl.key else []) + [m.name for m in decl.members]:
+    named = ([(decl.key[0], decl.line)] if decl.key else []) + [(m.name, m.line) for m in decl.members]
+    for name, line in named:
         if name in ENTITY_RESERVED:
-            p.error(f"entity {decl.name}: '{name}' would hide a member every entity has")
+            p.error_at(line, f"entity {decl.name}: '{name}' would hide a member every entity has")
     return decl
 
 

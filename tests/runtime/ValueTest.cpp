@@ -1,0 +1,84 @@
+// Value types: display text, the parsable string form, and range checks.
+
+#include <gtest/gtest.h>
+
+#include "fabvxlan/runtime/Exception.h"
+#include "fabvxlan/state/imported/Bridging.h"
+#include "fabvxlan/state/imported/Wire.h"
+#include "tests/runtime/RxnTestState.h"
+
+namespace {
+
+template <class T>
+void expectRangeError(std::function<T()> const& make, std::string const& text) {
+  try {
+    make();
+    FAIL() << "expected: " << text;
+  } catch (Rxn::RangeException const& e) {
+    EXPECT_NE(std::string(e.what()).find(text), std::string::npos) << e.what();
+  }
+}
+
+TEST(Value, RecordsAndEnumerationsRoundTripThroughTheirStringForm) {
+  RxnTest::Reading const reading(4, -12, "it's cold");
+  std::string const strep = Rxn::valueToStrep(reading);
+  EXPECT_EQ(strep, "Value('RxnTest::Reading', ** {'channel': 4, 'level': -12, 'note': 'it\\'s cold'})");
+  EXPECT_EQ(Rxn::strepToValue<RxnTest::Reading>(strep), reading);
+  EXPECT_EQ(Rxn::sequenceToValue<RxnTest::Reading>({"4", "-12", "'it\\'s cold'"}), reading);
+  EXPECT_EQ(reading.stringValue(), "Reading(channel=4, level=-12, note=it's cold)");
+
+  EXPECT_EQ(Rxn::valueToStrep(RxnTest::Mode::standby), "Value('RxnTest::Mode', 'standby')");
+  EXPECT_EQ(Rxn::strepToValue<RxnTest::Mode>("'on'"), RxnTest::Mode::on);
+  EXPECT_EQ(Rxn::valueToString(RxnTest::Mode::on), "on");
+
+  EXPECT_TRUE(!RxnTest::Reading());
+  EXPECT_FALSE(!reading);
+  EXPECT_LT(RxnTest::Reading(4, -13, ""), reading);
+  EXPECT_EQ(reading.hash(), RxnTest::Reading(4, -12, "it's cold").hash());
+
+  expectRangeError<RxnTest::Reading>(
+      [] { return Rxn::strepToValue<RxnTest::Reading>("Value('RxnTest::Reading', ** {'channel': 4})"); },
+      "takes 3 fields, got 1");
+  expectRangeError<RxnTest::Reading>(
+      [] { return Rxn::strepToValue<RxnTest::Reading>("Value('Other', ** {'a': 1, 'b': 2, 'c': 3})"); },
+      "expected a RxnTest::Reading");
+  expectRangeError<RxnTest::Mode>([] { return Rxn::strepToValue<RxnTest::Mode>("'sideways'"); },
+                                  "sideways is no RxnTest::Mode");
+  expectRangeError<std::uint8_t>([] { return Rxn::strepToValue<std::uint8_t>("300"); }, "in range");
+  expectRangeError<int>([] { return Rxn::strepToValue<int>("Value('X'"); }, "expected ,");
+}
+
+TEST(Value, AddressesAndIdsParseAndPrintInTheirUsualForms) {
+  Wire::IpAddr const ip = Wire::IpAddr::fromString("10.0.0.1");
+  EXPECT_EQ(ip.value(), 0x0a000001U);
+  EXPECT_EQ(ip.stringValue(), "10.0.0.1");
+  EXPECT_TRUE(Wire::IpAddr::fromString("239.1.1.1").isMulticast());
+  EXPECT_FALSE(ip.isMulticast());
+  EXPECT_TRUE(!Wire::IpAddr());
+  EXPECT_EQ(Rxn::strepToValue<Wire::IpAddr>(Rxn::valueToStrep(ip)), ip);
+  expectRangeError<Wire::IpAddr>([] { return Wire::IpAddr::fromString("10.0.0.256"); }, "bad IPv4 address");
+
+  Wire::EthAddr const mac = Wire::EthAddr::fromString("0011.2233.4455");
+  EXPECT_EQ(mac.stringValue(), "0011.2233.4455");
+  EXPECT_EQ(Wire::EthAddr::fromString("00:11:22:33:44:55"), mac);
+  EXPECT_TRUE(mac.isUnicast());
+  EXPECT_FALSE(Wire::EthAddr::fromString("0100.5e00.0001").isUnicast());
+  expectRangeError<Wire::EthAddr>([] { return Wire::EthAddr::fromString("0011.2233.44"); }, "bad MAC address");
+
+  Wire::IntfId const vti("Vxlan1");
+  EXPECT_EQ(vti, Wire::IntfId::fromString("Vxlan1"));
+  EXPECT_EQ(vti.stringValue(), "Vxlan1");
+  EXPECT_TRUE(Wire::VxlanTunnelIntfId::isVxlanTunnelIntfId(vti));
+  EXPECT_FALSE(Wire::VxlanTunnelIntfId::isVxlanTunnelIntfId(Wire::IntfId("Ethernet1")));
+  EXPECT_LT(Wire::IntfId("Ethernet1"), vti);
+  expectRangeError<Wire::IntfId>([] { return Wire::IntfId("Vxlan 1"); }, "blank");
+
+  EXPECT_EQ(Bridging::VlanId().value(), 1);
+  EXPECT_EQ(Bridging::VlanId::fromString("4094").value(), 4094);
+  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(0); }, "VlanId::value < 1 or > 4094 not allowed");
+  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(4095); },
+                                     "VlanId::value < 1 or > 4094 not allowed");
+  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId::fromString("ten"); }, "bad VLAN 'ten'");
+}
+
+}  // namespace
