@@ -44,7 +44,9 @@ test: build asan
 
 bench: build
 	@mkdir -p $(BUILD)/bench
-	$(BUILD)/bench/fabvxlan-bench-runtime --benchmark_out=$(BUILD)/bench/runtime.json --benchmark_out_format=json
+	$(BUILD)/bench/fabvxlan-bench-runtime --benchmark_repetitions=5 \
+	  --benchmark_out=$(BUILD)/bench/runtime.json --benchmark_out_format=json
+	python3 bench/ratios.py $(BUILD)/bench/runtime.json
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -28,6 +28,7 @@
 #include <new>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "fabvxlan/runtime/Hash.h"
 #include "fabvxlan/runtime/Ptr.h"
@@ -46,7 +47,6 @@ class HashMap2018 {
 
   struct Slot {
     std::uint64_t h;
-    bool used;
     alignas(value_type) unsigned char raw[sizeof(value_type)];
     value_type& kv() { return *std::launder(reinterpret_cast<value_type*>(raw)); }
     value_type const& kv() const { return *std::launder(reinterpret_cast<value_type const*>(raw)); }
@@ -131,6 +131,7 @@ class HashMap2018 {
 
   void swap(HashMap2018& other) noexcept {
     std::swap(slots_, other.slots_);
+    std::swap(used_, other.used_);
     std::swap(slotCount_, other.slotCount_);
     std::swap(bits_, other.bits_);
     std::swap(size_, other.size_);
@@ -197,13 +198,12 @@ class HashMap2018 {
   }
 
   void clear() {
-    for (std::size_t i = 0; i < slotCount_; ++i) {
-      if (slots_[i].used) {
-        slots_[i].kv().~value_type();
-      }
+    for (std::size_t i = nextUsed(0); i != kEnd; i = nextUsed(i + 1)) {
+      slots_[i].kv().~value_type();
     }
     ::operator delete[](slots_, std::align_val_t(alignof(Slot)));
     slots_ = nullptr;
+    used_.clear();
     slotCount_ = 0;
     bits_ = 0;
     size_ = 0;
@@ -232,6 +232,13 @@ class HashMap2018 {
   static constexpr std::uint8_t kMinBits = 3;
 
   std::size_t capacity() const { return slots_ == nullptr ? 0 : std::size_t{1} << bits_; }
+  // Occupancy lives in a bitmap beside the slots, so that a walk finds the
+  // next key 64 slots at a time.
+  bool used(std::size_t index) const { return (used_[index / 64] >> (index % 64)) & 1U; }
+  void usedIs(std::size_t index, bool on) {
+    std::uint64_t const bit = std::uint64_t{1} << (index % 64);
+    used_[index / 64] = on ? used_[index / 64] | bit : used_[index / 64] & ~bit;
+  }
   std::size_t home(std::uint64_t h) const { return static_cast<std::size_t>(h >> (64 - bits_)); }
   static bool before(Slot const& slot, std::uint64_t h, K const& key) {
     return slot.h < h || (slot.h == h && slot.kv().first < key);
@@ -239,12 +246,18 @@ class HashMap2018 {
 
   // The first occupied slot at or after `index`, or kEnd.
   std::size_t nextUsed(std::size_t index) const {
-    for (; index < slotCount_; ++index) {
-      if (slots_[index].used) {
-        return index;
-      }
+    if (index >= slotCount_) {
+      return kEnd;
     }
-    return kEnd;
+    std::size_t word = index / 64;
+    std::uint64_t bits = used_[word] & (~std::uint64_t{0} << (index % 64));
+    while (bits == 0) {
+      if (++word * 64 >= slotCount_) {
+        return kEnd;
+      }
+      bits = used_[word];
+    }
+    return word * 64 + static_cast<std::size_t>(__builtin_ctzll(bits));
   }
   // The slot of the first key at or after (h, key), or kEnd.
   std::size_t seek(std::uint64_t h, K const& key) const {
@@ -252,7 +265,7 @@ class HashMap2018 {
       return kEnd;
     }
     std::size_t index = home(h);
-    while (index < slotCount_ && slots_[index].used && before(slots_[index], h, key)) {
+    while (index < slotCount_ && used(index) && before(slots_[index], h, key)) {
       ++index;
     }
     return nextUsed(index);
@@ -268,11 +281,11 @@ class HashMap2018 {
     }
     for (;;) {
       std::size_t index = home(h);
-      while (index < slotCount_ && slots_[index].used && before(slots_[index], h, key)) {
+      while (index < slotCount_ && used(index) && before(slots_[index], h, key)) {
         ++index;
       }
       std::size_t free = index;
-      while (free < slotCount_ && slots_[free].used) {
+      while (free < slotCount_ && used(free)) {
         ++free;
       }
       if (free == slotCount_) {
@@ -284,7 +297,7 @@ class HashMap2018 {
       }
       Slot& slot = slots_[index];
       slot.h = h;
-      slot.used = true;
+      usedIs(index, true);
       ::new (slot.raw) value_type(key, std::move(value));
       ++size_;
       ++epoch_;
@@ -294,8 +307,8 @@ class HashMap2018 {
 
   void eraseAt(std::size_t index) {
     slots_[index].kv().~value_type();
-    slots_[index].used = false;
-    for (std::size_t next = index + 1; next < slotCount_ && slots_[next].used && home(slots_[next].h) < next; ++next) {
+    usedIs(index, false);
+    for (std::size_t next = index + 1; next < slotCount_ && used(next) && home(slots_[next].h) < next; ++next) {
       moveSlot(next, next - 1);
     }
     --size_;
@@ -310,10 +323,10 @@ class HashMap2018 {
     Slot& source = slots_[from];
     Slot& target = slots_[to];
     target.h = source.h;
-    target.used = true;
+    usedIs(to, true);
     ::new (target.raw) value_type(std::move(source.kv()));
     source.kv().~value_type();
-    source.used = false;
+    usedIs(from, false);
   }
 
   // Rebuilds the table with 2^bits home slots. The order is the same for
@@ -325,34 +338,30 @@ class HashMap2018 {
     std::size_t count = homes + std::max<std::size_t>(spare, homes / 8 + 8);
     std::uint8_t const oldBits = bits_;
     bits_ = bits;
-    count = std::max(count, layDown(nullptr) + 8);
+    count = std::max(count, layDown(nullptr, nullptr) + 8);
     bits_ = oldBits;
 
     Slot* fresh = static_cast<Slot*>(::operator new[](count * sizeof(Slot), std::align_val_t(alignof(Slot))));
-    for (std::size_t i = 0; i < count; ++i) {
-      fresh[i].used = false;
-    }
+    std::vector<std::uint64_t> freshUsed((count + 63) / 64, 0);
     bits_ = bits;
-    layDown(fresh);
+    layDown(fresh, freshUsed.data());
     ::operator delete[](slots_, std::align_val_t(alignof(Slot)));
     slots_ = fresh;
+    used_ = std::move(freshUsed);
     slotCount_ = count;
     ++epoch_;
   }
 
   // Places every key at max(its home, one past its predecessor) in `fresh`,
   // moving it there, or only counts the slots needed when `fresh` is null.
-  std::size_t layDown(Slot* fresh) {
+  std::size_t layDown(Slot* fresh, std::uint64_t* freshUsed) {
     std::size_t next = 0;
-    for (std::size_t i = 0; i < slotCount_; ++i) {
+    for (std::size_t i = nextUsed(0); i != kEnd; i = nextUsed(i + 1)) {
       Slot& slot = slots_[i];
-      if (!slot.used) {
-        continue;
-      }
       std::size_t const index = std::max(home(slot.h), next);
       if (fresh != nullptr) {
         fresh[index].h = slot.h;
-        fresh[index].used = true;
+        freshUsed[index / 64] |= std::uint64_t{1} << (index % 64);
         ::new (fresh[index].raw) value_type(std::move(slot.kv()));
         slot.kv().~value_type();
       }
@@ -362,6 +371,7 @@ class HashMap2018 {
   }
 
   Slot* slots_ = nullptr;
+  std::vector<std::uint64_t> used_;
   std::size_t slotCount_ = 0;
   std::size_t size_ = 0;
   std::uint8_t bits_ = 0;

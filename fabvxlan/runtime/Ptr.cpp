@@ -1,6 +1,7 @@
 #include "fabvxlan/runtime/Ptr.h"
 
 #include <algorithm>
+#include <cassert>
 #include <exception>
 #include <new>
 
@@ -18,11 +19,7 @@ void PtrInterface::zeroReferencesIs(bool zero) {
   }
 }
 
-PtrInterface::~PtrInterface() {
-  if (notifiees_ != nullptr) {
-    notifiees_->release();
-  }
-}
+PtrInterface::~PtrInterface() { delete notifiees_; }
 
 NotifieeList& PtrInterface::notifieeListMake() const {
   if (notifiees_ == nullptr) {
@@ -46,18 +43,29 @@ void PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const> const& noti
 }
 
 void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) {
-  if (registered == isRegisteredNotifiee()) {
+  if (registered == isRegisteredNotifiee() || (registered && !notifier_)) {
     return;
   }
-  if (registered) {
-    if (!notifier_) {
-      return;
-    }
+  bool const listed = isRegisteredNotifiee() && hasNotificationActive();
+  flagIs(kRegistered, registered);
+  listedIs(listed, isRegisteredNotifiee() && hasNotificationActive());
+}
+
+void PtrInterface::NotifieeConst::hasNotificationActiveIs(bool active) {
+  bool const listed = isRegisteredNotifiee() && hasNotificationActive();
+  PtrInterface::hasNotificationActiveIs(active);
+  listedIs(listed, isRegisteredNotifiee() && hasNotificationActive());
+}
+
+void PtrInterface::NotifieeConst::listedIs(bool was, bool is) {
+  if (was == is || !notifier_) {
+    return;
+  }
+  if (is) {
     notifier_->notifieeListMake().add(this);
-  } else if (notifier_ && notifier_->notifiees_ != nullptr) {
+  } else if (notifier_->notifiees_ != nullptr) {
     notifier_->notifiees_->remove(this);
   }
-  flagIs(kRegistered, registered);
 }
 
 void PtrInterface::NotifieeConst::rxnDoZombieReactors(bool zombie) {
@@ -81,48 +89,24 @@ void PtrInterface::NotifieeConst::onNotificationException() {
   logNotificationException(fwkType(), what);
 }
 
+void NotifieeList::add(Notifiee* notifiee) {
+  assert(notifiee->notifyDepth_ <= kDepthMask);
+  entries_.push_back(reinterpret_cast<std::uintptr_t>(notifiee) | notifiee->notifyDepth_);
+}
+
 void NotifieeList::remove(Notifiee* notifiee) {
-  auto it = std::find(entries_.begin(), entries_.end(), notifiee);
-  if (it == entries_.end()) {
-    return;
-  }
-  if (visiting_ > 0) {
-    *it = nullptr;
-    holes_ = true;
-  } else {
+  auto it = std::find_if(entries_.begin(), entries_.end(), [notifiee](std::uintptr_t entry) {
+    return (entry & ~kDepthMask) == reinterpret_cast<std::uintptr_t>(notifiee);
+  });
+  if (it != entries_.end()) {
     entries_.erase(it);
   }
 }
 
-std::size_t NotifieeList::size() const {
-  return entries_.size() - std::count(entries_.begin(), entries_.end(), nullptr);
-}
-
 void NotifieeList::deleteAll() {
-  std::vector<Notifiee*> const detached = entries_;
-  for (Notifiee* n : detached) {
-    if (n != nullptr) {
-      n->isRegisteredNotifieeIs(false);
-    }
-  }
-}
-
-void NotifieeList::release() {
-  if (visiting_ > 0) {
-    released_ = true;
-  } else {
-    delete this;
-  }
-}
-
-void NotifieeList::sweep() {
-  if (released_) {
-    delete this;
-    return;
-  }
-  if (holes_) {
-    entries_.erase(std::remove(entries_.begin(), entries_.end(), nullptr), entries_.end());
-    holes_ = false;
+  std::vector<std::uintptr_t> const detached = entries_;
+  for (std::uintptr_t entry : detached) {
+    reinterpret_cast<Notifiee*>(entry & ~kDepthMask)->isRegisteredNotifieeIs(false);
   }
 }
 

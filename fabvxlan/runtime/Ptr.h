@@ -8,6 +8,7 @@
 // itself or others, new reactors may attach, and the notifier itself may
 // lose its last reference.
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -44,21 +45,21 @@ class PtrInterface {
   void rxnMarkedForDeletionIs(bool marked) { flagIs(kMarked, marked); }
 
   std::uint32_t references() const { return refs_; }
-  void referencesInc() const {
-    if (VFPtrInterface::threadSafePointers_) {
+  [[gnu::always_inline]] void referencesInc() const {
+    if (VFPtrInterface::threadSafePointers_) [[unlikely]] {
       std::atomic_ref<std::uint32_t>(refs_).fetch_add(1, std::memory_order_relaxed);
     } else {
       ++refs_;
     }
   }
-  void referencesDec() const {
-    if (referencesDecNoDelete() == 0) {
+  [[gnu::always_inline]] void referencesDec() const {
+    if (referencesDecNoDelete() == 0) [[unlikely]] {
       const_cast<PtrInterface*>(this)->handleZeroRef();
     }
   }
   // Drops a reference without acting on zero; for holders that decide themselves.
-  std::uint32_t referencesDecNoDelete() const {
-    if (VFPtrInterface::threadSafePointers_) {
+  [[gnu::always_inline]] std::uint32_t referencesDecNoDelete() const {
+    if (VFPtrInterface::threadSafePointers_) [[unlikely]] {
       return std::atomic_ref<std::uint32_t>(refs_).fetch_sub(1, std::memory_order_acq_rel) - 1;
     }
     return --refs_;
@@ -161,6 +162,8 @@ class PtrInterface::NotifieeConst : public PtrInterface {
 
   bool isRegisteredNotifiee() const { return flags_ & kRegistered; }
   void isRegisteredNotifieeIs(bool registered);
+  // Only an active, registered reactor stands in its notifier's list.
+  void hasNotificationActiveIs(bool active) override;
 
  protected:
   // The depth of the watched class, set by each generated NotifieeConst.
@@ -168,64 +171,103 @@ class PtrInterface::NotifieeConst : public PtrInterface {
 
  private:
   friend class NotifieeList;
+  // Enters or leaves the notifier's list as registration and activity change.
+  void listedIs(bool was, bool is);
   Ptr<PtrInterface const> notifier_;
 };
 
-// The notifiees of one object. Visits are re-entrant; removal during a visit
-// leaves a hole that is swept when the outermost visit ends.
+// The notifiees of one object: the reactors that are registered and active.
+// Each entry carries the depth of the reactor's watched class in its low bits,
+// so that one comparison skips reactors of a base class.
+//
+// A visit never depends on the list after it has called a handler: a lone
+// reactor is called directly, and several are first copied, each with a
+// counted reference. So handlers may add or remove reactors, delete the one
+// that runs, or drop the last reference to the notifier itself.
 class NotifieeList {
  public:
   using Notifiee = PtrInterface::NotifieeConst;
+  // Depths fit the low bits of an aligned pointer.
+  static constexpr std::uintptr_t kDepthMask = 7;
 
-  void add(Notifiee* notifiee) { entries_.push_back(notifiee); }
+  void add(Notifiee* notifiee);
   void remove(Notifiee* notifiee);
-  std::size_t size() const;
+  std::size_t size() const { return entries_.size(); }
   // Detaches every notifiee from the notifier.
   void deleteAll();
-  // The notifier is gone: free now, or when the running visit unwinds.
-  void release();
 
   template <class N, class Fn>
-  void doVisit(std::uint8_t depth, Fn&& fn);
+  void doVisit(PtrInterface const* notifier, std::uint8_t depth, Fn&& fn);
 
  private:
-  // The outermost visit ended with holes to close or a notifier gone.
-  void sweep();
+  template <class N, class Fn>
+  static void deliver(Notifiee* notifiee, Fn& fn);
+  // Kept out of line, so that the lone-reactor path stays small.
+  template <class N, class Fn>
+  [[gnu::noinline]] void visitCopy(PtrInterface const* notifier, std::uint8_t depth, Fn& fn);
 
-  std::vector<Notifiee*> entries_;
-  std::uint32_t visiting_ = 0;
-  bool holes_ = false;
-  bool released_ = false;
+  std::vector<std::uintptr_t> entries_;
 };
 
 template <class N, class Fn>
-void NotifieeList::doVisit(std::uint8_t depth, Fn&& fn) {
-  ++visiting_;
-  std::size_t const count = entries_.size();
-  for (std::size_t i = 0; i < count; ++i) {
-    // Handlers may add entries: read the slot anew each time.
-    Notifiee* const n = entries_[i];
-    if (n == nullptr || !(n->flags_ & PtrInterface::kActive) || n->notifyDepth_ < depth) {
-      continue;
+[[gnu::always_inline]] inline void NotifieeList::deliver(Notifiee* notifiee, Fn& fn) {
+  try {
+    fn(static_cast<N*>(notifiee));
+  } catch (...) {
+    notifiee->onNotificationException();
+  }
+}
+
+// Inlined into every notify member: delivery is the hot path of the system.
+template <class N, class Fn>
+[[gnu::always_inline]] inline void NotifieeList::doVisit(PtrInterface const* notifier, std::uint8_t depth, Fn&& fn) {
+  if (entries_.size() != 1) [[unlikely]] {
+    visitCopy<N>(notifier, depth, fn);
+    return;
+  }
+  std::uintptr_t const entry = entries_.front();
+  if ((entry & kDepthMask) < depth) {
+    return;
+  }
+  Notifiee* const n = reinterpret_cast<Notifiee*>(entry & ~kDepthMask);
+  // The running handler keeps its reactor alive even if it deletes it.
+  n->referencesInc();
+  deliver<N>(n, fn);
+  n->referencesDec();
+}
+
+template <class N, class Fn>
+void NotifieeList::visitCopy(PtrInterface const* notifier, std::uint8_t depth, Fn& fn) {
+  // Most objects have a few reactors: copy them to the stack.
+  constexpr std::size_t kOnStack = 8;
+  std::array<Notifiee*, kOnStack> onStack;
+  std::vector<Notifiee*> onHeap;
+  Notifiee** copy = onStack.data();
+  if (entries_.size() > kOnStack) {
+    onHeap.resize(entries_.size());
+    copy = onHeap.data();
+  }
+  std::size_t count = 0;
+  for (std::uintptr_t const entry : entries_) {
+    if ((entry & kDepthMask) >= depth) {
+      copy[count] = reinterpret_cast<Notifiee*>(entry & ~kDepthMask);
+      copy[count++]->referencesInc();
     }
-    // The running handler keeps its reactor alive even if it deletes it.
-    n->referencesInc();
-    try {
-      fn(static_cast<N*>(n));
-    } catch (...) {
-      n->onNotificationException();
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    Notifiee* const n = copy[i];
+    // An earlier handler may have silenced or moved this one.
+    if (n->hasNotificationActive() && n->isRegisteredNotifiee() && n->notifierBase().get() == notifier) {
+      deliver<N>(n, fn);
     }
     n->referencesDec();
-  }
-  if (--visiting_ == 0 && (holes_ || released_)) [[unlikely]] {
-    sweep();
   }
 }
 
 template <class N, class Fn>
-void PtrInterface::rxnVisitNotifiees(std::uint8_t depth, Fn&& fn) const {
+[[gnu::always_inline]] inline void PtrInterface::rxnVisitNotifiees(std::uint8_t depth, Fn&& fn) const {
   if (notifiees_ != nullptr) {
-    notifiees_->doVisit<N>(depth, std::forward<Fn>(fn));
+    notifiees_->doVisit<N>(this, depth, fn);
   }
 }
 
