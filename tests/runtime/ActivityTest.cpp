@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fabvxlan/runtime/Activity.h"
+#include "fabvxlan/runtime/Exception.h"
 #include "tests/runtime/Recorder.h"
 
 namespace {
@@ -200,6 +201,17 @@ TEST(FileDescriptor, ReadabilityIsLevelTriggeredUntilDrained) {
   activity.runUntilIdle();
   EXPECT_EQ(readerB->heard, 0);
   readerA->onRead = nullptr;
+
+  // A failed system call names the descriptor and the errno.
+  Rxn::Ptr<Rxn::FileDescriptor> closed(new Rxn::FileDescriptor("closed"));
+  closed->descriptorIs(1000);
+  try {
+    closed->nonBlockingIs(true);
+    FAIL() << "fcntl on a closed descriptor must fail";
+  } catch (Rxn::ErrnoException const& e) {
+    EXPECT_EQ(e.errnoValue(), EBADF);
+    EXPECT_STREQ(e.what(), "fcntl O_NONBLOCK on closed: Bad file descriptor");
+  }
 
   // Not watched any more: readable but silent.
   a->notifyOnReadableIs(false);

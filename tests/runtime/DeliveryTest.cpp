@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
+#include "fabvxlan/runtime/Exception.h"
 #include "fabvxlan/runtime/Log.h"
 #include "tests/runtime/Recorder.h"
 
@@ -92,6 +95,62 @@ TEST(Delivery, AnExceptionInOneHandlerIsReportedAndTheOthersStillHear) {
   ASSERT_EQ(logged.size(), 1U);
   EXPECT_NE(logged[0].find("%RXN-3-NOTIFICATION_EXCEPTION: Reactor "), std::string::npos) << logged[0];
   EXPECT_NE(logged[0].find("mode out of reach"), std::string::npos) << logged[0];
+}
+
+}  // namespace
+}  // namespace RxnTest
+
+namespace RxnTest {
+namespace {
+
+TEST(Delivery, DeleteAllDetachesEveryReactorAndADirectoryNotifiesPerMember) {
+  Rxn::Ptr<Sensor> sensor = sensorFactory(1);
+  Rxn::Ptr<SensorRecorder> first(new SensorRecorder(sensor));
+  Rxn::Ptr<SensorRecorder> second(new SensorRecorder(sensor));
+  sensor->notifieeList()->deleteAll();
+  sensor->modeIs(Mode::on);
+  EXPECT_EQ(first->take(), Lines{});
+  EXPECT_FALSE(second->isRegisteredNotifiee());
+  EXPECT_EQ(second->notifier(), sensor);
+
+  class DirRecorder : public Rxn::Entity::NotifieeConst {
+   public:
+    void onEntity(Rxn::String const& name) override { heard.push_back(name); }
+    Lines heard;
+  };
+  Rxn::Ptr<Rxn::Dir> dir(new Rxn::Dir("sensors"));
+  Rxn::Ptr<DirRecorder> recorder(new DirRecorder);
+  recorder->notifierIs(dir);
+  recorder->isRegisteredNotifieeIs(true);
+  recorder->hasNotificationActiveIs(true);
+  dir->entityIs(sensor);
+  dir->entityIs(sensor);
+  EXPECT_EQ(dir->entity("1"), sensor);
+  EXPECT_EQ(sensor->fullName(), "/sensors/1");
+  dir->entityDel("1");
+  dir->entityDel("1");
+  EXPECT_EQ(dir->entity("1"), nullptr);
+  EXPECT_EQ(recorder->heard, (Lines{"1", "1"}));
+  EXPECT_THROW(dir->entityIs(nullptr), Rxn::RangeException);
+}
+
+TEST(Delivery, CountsStayExactWhenThreadsShareObjects) {
+  Rxn::VFPtrInterface::threadSafePointers_ = true;
+  Rxn::Ptr<Sensor> sensor = sensorFactory(1);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&sensor] {
+      for (int i = 0; i < 20000; ++i) {
+        Rxn::Ptr<Sensor> copy = sensor;
+        Rxn::Ptr<Sensor const> reader = copy;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(sensor->references(), 1U);
+  Rxn::VFPtrInterface::threadSafePointers_ = false;
 }
 
 }  // namespace
