@@ -214,10 +214,15 @@ void Clock::heapSiftDown(std::size_t index) {
 
 // --- File descriptors -------------------------------------------------------
 
-FileDescriptor::FileDescriptor(Name const& name) : Entity(name), activity_(&Activity::current()) {}
+FileDescriptor::FileDescriptor(Name const& name) : Entity(name), activity_(&Activity::current()) {
+  activity_->descriptorBorn(this);
+}
 
 FileDescriptor::~FileDescriptor() {
   watch(false);
+  if (activity_ != nullptr) {
+    activity_->descriptorGone(this);
+  }
   if (descriptor_ >= 0) {
     ::close(descriptor_);
   }
@@ -283,7 +288,7 @@ Activity::Activity(TimeMode mode, double simulatedStart)
 
 Activity::~Activity() {
   clock_->activity_ = nullptr;
-  for (auto const& [id, fd] : watched_) {
+  for (auto const& [fd, born] : descriptors_) {
     fd->activity_ = nullptr;
     fd->watched_ = false;
   }

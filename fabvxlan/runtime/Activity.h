@@ -47,6 +47,9 @@ class Clock : public Entity {
     ~NotifieeConst() override;
     Ptr<Clock const> notifier() const { return ptrCast<Clock const>(notifierBase()); }
     void notifierIs(Ptr<PtrInterface const> const& notifier) override;
+    // A clock delivers through its arming queues: its reactors stay out of its
+    // notifiee list, so that thousands of them come and go in constant time.
+    void isRegisteredNotifieeIs(bool) override {}
 
     double timeMin() const { return timeMin_; }
     void timeMinIs(double const& time);
@@ -171,6 +174,10 @@ class Activity {
 
  private:
   friend class FileDescriptor;
+  // Every descriptor made in this activity, so that one that outlives it
+  // learns that it is gone.
+  void descriptorBorn(FileDescriptor* fd) { descriptors_.insertOrAssign(fd, true); }
+  void descriptorGone(FileDescriptor* fd) { descriptors_.erase(fd); }
   std::uint64_t watch(FileDescriptor* fd, int descriptor);
   void unwatch(std::uint64_t id, int descriptor);
   std::size_t pollDescriptors(double maxWait);
@@ -183,6 +190,7 @@ class Activity {
   int epoll_ = -1;
   std::uint64_t nextWatchId_ = 1;
   HashMap2018<std::uint64_t, FileDescriptor*> watched_;
+  HashMap2018<FileDescriptor*, bool> descriptors_;
   double lastPoll_ = 0.0;
   bool stopped_ = false;
 };

@@ -4,7 +4,12 @@
 
 namespace Rxn {
 
-Entity::~Entity() { delete children_; }
+Entity::~Entity() {
+  if (children_ != nullptr) {
+    attr::orphanAll(*children_);
+    delete children_;
+  }
+}
 
 Name Entity::fullName() const {
   if (parent_ == nullptr) {
@@ -30,7 +35,9 @@ void Entity::entityIs(Ptr<Entity> const& child) {
     children_ = new HashMap<String, Entity>;
   }
   Name const childName = child->name();
+  Ptr<Entity> const replaced = attr::valueAt(*children_, childName);
   if (children_->insertOrAssign(childName, child).second) {
+    attr::orphan(replaced);
     child->parentIs(this, "entity");
     entityNotify(childName);
   }

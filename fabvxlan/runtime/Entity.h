@@ -90,6 +90,21 @@ Ptr<C> adopt(Ptr<C> child, Entity* parent, char const* attrName) {
   return child;
 }
 
+// Lets go of a child that may outlive its parent.
+template <class C>
+void orphan(Ptr<C> const& child) {
+  if (child) {
+    child->parentIs(nullptr, "");
+  }
+}
+
+template <class Map>
+void orphanAll(Map const& children) {
+  for (auto const& [key, child] : children) {
+    orphan(child);
+  }
+}
+
 }  // namespace attr
 
 }  // namespace Rxn

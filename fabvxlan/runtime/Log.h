@@ -66,45 +66,50 @@ void logRateLimitReset();
 
 namespace detail {
 
-template <class T>
-String logArgText(T const& arg) {
-  return valueToString(arg);
-}
-inline String logArgText(char const* arg) { return arg; }
+// One argument of a message: its number, if it is one, and its display text.
+struct LogArg {
+  enum class Kind { signedInt, unsignedInt, real, text };
+  Kind kind;
+  long long signedValue = 0;
+  unsigned long long unsignedValue = 0;
+  double realValue = 0.0;
+  String text;
+};
 
-// printf needs its own types: numbers pass as they are, all else as text.
 template <class T>
-auto logFormatArg(T const& arg, String const& text) {
+LogArg logArg(T const& arg) {
   if constexpr (std::is_enum_v<T>) {
-    return static_cast<int>(arg);
-  } else if constexpr (std::is_arithmetic_v<T>) {
-    return arg;
+    return LogArg{LogArg::Kind::text, 0, 0, 0.0, valueToString(arg)};
+  } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T> && !std::is_same_v<T, bool>) {
+    return LogArg{LogArg::Kind::signedInt, arg, 0, 0.0, std::to_string(arg)};
+  } else if constexpr (std::is_integral_v<T>) {
+    return LogArg{LogArg::Kind::unsignedInt, 0, arg, 0.0, std::to_string(+arg)};
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return LogArg{LogArg::Kind::real, 0, 0, arg, format("%g", static_cast<double>(arg))};
+  } else if constexpr (std::is_convertible_v<T const&, char const*>) {
+    char const* text = arg;
+    return LogArg{LogArg::Kind::text, 0, 0, 0.0, text != nullptr ? text : "(null)"};
   } else {
-    return text.c_str();
+    return LogArg{LogArg::Kind::text, 0, 0, 0.0, valueToString(arg)};
   }
 }
 
-std::uint64_t logArgsHash(LogHandle const& handle, String const* texts, std::size_t count);
+// Renders the message: each conversion of the format takes the next
+// argument, a number as the conversion says, anything else as its text. No
+// argument can mislead printf.
+String logText(char const* format, LogArg const* args, std::size_t count);
+std::uint64_t logArgsHash(LogHandle const& handle, LogArg const* args, std::size_t count);
 void logEmit(LogHandle const& handle, String const& text);
-
-template <class... Args, std::size_t... I>
-String logText(LogHandle const& handle, String const* texts, std::index_sequence<I...>, Args const&... args) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-  return format(handle.format(), logFormatArg(args, texts[I])...);
-#pragma GCC diagnostic pop
-}
 
 }  // namespace detail
 
 template <class... Args>
 void log(LogHandle const& handle, Args const&... args) {
-  std::array<String, sizeof...(Args)> const texts{detail::logArgText(args)...};
-  if (!handle.okToLog(detail::logArgsHash(handle, texts.data(), texts.size()))) {
+  std::array<detail::LogArg, sizeof...(Args)> const rendered{detail::logArg(args)...};
+  if (!handle.okToLog(detail::logArgsHash(handle, rendered.data(), rendered.size()))) {
     return;
   }
-  detail::logEmit(handle, detail::logText(handle, texts.data(), std::index_sequence_for<Args...>{}, args...));
+  detail::logEmit(handle, detail::logText(handle.format(), rendered.data(), rendered.size()));
 }
 
 // Reports an exception that escaped a reactor's handler.

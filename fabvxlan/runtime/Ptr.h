@@ -161,7 +161,7 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   virtual void onNotificationException();
 
   bool isRegisteredNotifiee() const { return flags_ & kRegistered; }
-  void isRegisteredNotifieeIs(bool registered);
+  virtual void isRegisteredNotifieeIs(bool registered);
   // Only an active, registered reactor stands in its notifier's list.
   void hasNotificationActiveIs(bool active) override;
 

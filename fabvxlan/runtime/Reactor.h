@@ -165,6 +165,7 @@ class ReactorCollection : public ReactorHolder {
   auto end() const { return reactors_.end(); }
 
   // The owner's xxxIs(member): makes, retargets or keeps the member's reactor.
+  // Returns null if the reactor's own start or replay already retired it.
   template <class Owner>
   R* is(Owner* owner, Ptr<Watched> const& member) {
     if (!member) {
@@ -186,8 +187,11 @@ class ReactorCollection : public ReactorHolder {
       reactor->hasNotificationActiveIs(owner->hasNotificationActive());
       reactors_.insertOrAssign(key, reactor);
     }
+    if (!holds(key, reactor.get())) {
+      return nullptr;
+    }
     reactor->rxnDoZombieReactors(owner->rxnMarkedForDeletion());
-    return reactor.get();
+    return holds(key, reactor.get()) ? reactor.get() : nullptr;
   }
 
   // The owner's xxxDel(key): retires the key's reactor; returns its notifier.
@@ -203,13 +207,14 @@ class ReactorCollection : public ReactorHolder {
     return reactor->notifier();
   }
 
-  // One key of the source changed: follow it.
+  // One key of the source changed: follow it. A reactor whose start removed
+  // its own member from the source goes again at once.
   template <class Owner, class Source>
   void follow(Owner* owner, Source const& source, K const& key) {
-    auto const* member = source.find(key);
-    if (member != nullptr && *member) {
+    if (auto const* member = source.find(key); member != nullptr && *member) {
       is(owner, *member);
-    } else {
+    }
+    if (auto const* member = source.find(key); member == nullptr || !*member) {
       del(key);
     }
   }
@@ -247,6 +252,11 @@ class ReactorCollection : public ReactorHolder {
   }
 
  private:
+  bool holds(K const& key, R const* reactor) const {
+    Ptr<R> const* present = reactors_.find(key);
+    return present != nullptr && present->get() == reactor;
+  }
+
   HashMap<K, R> reactors_;
   char const* ownerClass_;
   char const* attrName_;

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "fabvxlan/runtime/Activity.h"
 #include "fabvxlan/runtime/Entity.h"
 #include "fabvxlan/runtime/Reactor.h"
 #include "fabvxlan/state/FabCommonSmData.h"
@@ -63,6 +64,21 @@ void reportVerifyFailure(Rxn::Ptr<VerifyData const> const& verifyData, Rxn::Stri
 
 // Machines that work in steps ask for a verification run after each one.
 void requestVerify(Rxn::Ptr<VerifyData const> const& verifyData);
+
+// The harness side of verification in a test or a simulated platform: turns
+// each burst of requests (`reverify`) into one run (`verify`) at the next turn
+// of the activity loop.
+class VerifyHarness : public Rxn::PtrInterface {
+ public:
+  explicit VerifyHarness(Rxn::Ptr<VerifyData> const& verifyData);
+  ~VerifyHarness() override;
+
+ private:
+  class RxnReverify;
+  class RxnRunClock;
+  Rxn::Ptr<RxnReverify> reverify_;
+  Rxn::Ptr<RxnRunClock> runClock_;
+};
 
 // The three steps of every factory: allocate and construct, activate, return.
 template <class Sm, class... Args>

@@ -121,6 +121,17 @@ TEST(Attribute, OwnedChildrenKnowTheirParent) {
   EXPECT_EQ(sensor->parent(), nullptr);
   EXPECT_EQ(panel->main(), nullptr);
   EXPECT_EQ(recorder->heard, (Lines{"sensor 4", "main", "sensor 4", "main"}));
+
+  // Children that outlive their place, or their parent, let go of it.
+  Rxn::Ptr<Display> first = panel->mainIs("first");
+  Rxn::Ptr<Display> second = panel->mainIs("second");
+  EXPECT_EQ(first->fullName(), "/first");
+  EXPECT_EQ(second->fullName(), "/panel/second");
+  Rxn::Ptr<Sensor> survivor = panel->sensorIs(6);
+  recorder = nullptr;
+  panel = nullptr;
+  EXPECT_EQ(survivor->fullName(), "/6");
+  EXPECT_EQ(second->parent(), nullptr);
 }
 
 class DeviceRecorder : public Device::NotifieeConst {

@@ -61,12 +61,31 @@ TEST(Log, RepeatsWithTheSameArgumentsPassOncePerInterval) {
   EXPECT_EQ(log.lines.size(), 5U);
   EXPECT_EQ(log.lines.back(), "%ETH-4-VNIVLANMAPFULL: VLAN 21 VNI 2");
 
-  // Values print their display text; an interval of 0 never limits.
-  Rxn::LogHandle always("VXLAN_TEST", 3, "VLAN %s: %s", "", "", 0.0);
-  Rxn::log(always, Bridging::VlanId(7), "full");
-  Rxn::log(always, Bridging::VlanId(7), "full");
-  EXPECT_EQ(log.lines.back(), "%VXLAN-3-TEST: VLAN 7: full");
+  // Values print their display text, under %s or %d; numbers follow their
+  // conversion; an interval of 0 never limits.
+  Rxn::LogHandle always("VXLAN_TEST", 3, "VLAN %d %4d: %s %x %-3s| %.1f %%", "", "", 0.0);
+  Rxn::log(always, Bridging::VlanId(7), Bridging::VlanId(8), "full", 255U, "ab", 2.25);
+  Rxn::log(always, Bridging::VlanId(7), Bridging::VlanId(8), "full", 255U, "ab", 2.25);
+  EXPECT_EQ(log.lines.back(), "%VXLAN-3-TEST: VLAN 7    8: full ff ab | 2.2 %");
   EXPECT_EQ(log.lines.size(), 7U);
+  // Missing arguments leave the conversion as written.
+  Rxn::log(always, Bridging::VlanId(7));
+  EXPECT_EQ(log.lines.back(), "%VXLAN-3-TEST: VLAN 7 %4d: %s %x %-3s| %.1f %%");
+}
+
+TEST(Log, RepeatsPassExactlyOncePerIntervalWhateverTheirSpacing) {
+  Rxn::Activity activity(Rxn::Activity::TimeMode::simulated);
+  CapturedLog log;
+  std::vector<double> passed;
+  for (int i = 0; i < 1800; ++i) {  // every 0.1 s for three minutes
+    std::size_t const before = log.lines.size();
+    Rxn::log(MAPFULL, 10, 10010);
+    if (log.lines.size() > before) passed.push_back(activity.now() - Rxn::Activity::kSimulatedStart);
+    activity.advanceTime(0.1);
+  }
+  ASSERT_EQ(passed.size(), 3U);
+  EXPECT_NEAR(passed[1], 60.0, 0.11);
+  EXPECT_NEAR(passed[2], 120.0, 0.21);
 }
 
 int evaluations = 0;

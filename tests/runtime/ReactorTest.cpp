@@ -71,6 +71,12 @@ TEST_F(ReactorTest, AKeyedCollectionFollowsItsSource) {
   panel_->sensorDel(5);
   EXPECT_EQ(take(), Lines{"cleanup 5"});
   EXPECT_EQ(sm_->sensor(5), nullptr);
+  // The key-less notification makes the collection reconcile with its source.
+  sm_->sensorIs(gone);
+  take();
+  const_cast<Panel*>(panel_.get())->sensorNotify();
+  EXPECT_EQ(take(), Lines{"cleanup 5"});
+  EXPECT_EQ(sm_->sensor(5), nullptr);
   // A retired reactor hears nothing more of its old notifier.
   const_cast<Sensor*>(gone.get())->modeIs(Mode::off);
   EXPECT_EQ(take(), Lines{});
@@ -91,6 +97,31 @@ TEST_F(ReactorTest, AKeyedCollectionFollowsItsSource) {
     EXPECT_STREQ(e.what(), "null _sensor parameter to mutator for RxnTest::WatcherSm::sensor not allowed");
   }
   EXPECT_EQ(sm_->sensorDel(42), nullptr);
+  EXPECT_EQ(sm_->sensorDel(2), replacement);
+  EXPECT_EQ(take(), Lines{"cleanup 2"});
+}
+
+TEST_F(ReactorTest, AReplayStopsWhenItsReactorIsRetiredHalfWay) {
+  sm_->handleInitialized();
+  take();
+  // Moving sensor 1's reactor to another object replays mode, then level;
+  // the mode handler retires the reactor, so level is not replayed.
+  sm_->onModeHook = [this](WatcherSm::RxnSensor* reactor) {
+    if (reactor->fwkKey() == 1) sm_->sensorDel(1);
+  };
+  Rxn::Ptr<Sensor> moved = sensorFactory(1);
+  EXPECT_EQ(sm_->sensorIs(moved), nullptr);
+  EXPECT_EQ(take(), (Lines{"mode 1 off", "cleanup 1"}));
+  EXPECT_EQ(sm_->sensor(1), nullptr);
+
+  // A new reactor whose start removes its own member from the source is
+  // retired again at once, not left watching a deleted member.
+  sm_->onModeHook = [this](WatcherSm::RxnSensor* reactor) {
+    if (reactor->fwkKey() == 8) panel_->sensorDel(8);
+  };
+  panel_->sensorIs(8);
+  EXPECT_EQ(take(), (Lines{"mode 8 off", "level 8 0", "cleanup 8"}));
+  EXPECT_EQ(sm_->sensor(8), nullptr);
 }
 
 TEST_F(ReactorTest, AReactorDeletedByItsOwnHandlerFinishesAndHearsNoMore) {

@@ -25,7 +25,7 @@ class WatcherSm : public Fab::FabBaseSm {
     }
     void onSensorrxnImmediate() override {
       if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
-      rxnReplay();
+      reconcileSensors();
     }
     void onAlarms() override {
       if (rxnMarkedForDeletion()) return;
@@ -35,11 +35,12 @@ class WatcherSm : public Fab::FabBaseSm {
    protected:
     void rxnReplay() override {
       replay(this, &RxnPanel::replayAlarms);
-      owner()->sensor_.reconcile(owner(), notifier()->sensor());
+      reconcileSensors();
     }
 
    private:
     void replayAlarms() { owner()->handleAlarms(); }
+    void reconcileSensors() { owner()->sensor_.reconcile(owner(), notifier()->sensor()); }
   };
 
   class RxnSensor : public Rxn::Reactor<WatcherSm, Sensor const> {

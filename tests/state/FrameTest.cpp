@@ -33,8 +33,14 @@ TEST(FrameDeathTest, AnUnimplementedHookEndsTheProcessUnlessTheAgentIsANoop) {
   EXPECT_DEATH(helper->doProgramChip(),
                "Call to unimplemented FabHelper::ChipHelper::doProgramChip\n.*"
                "void Fab::FabBaseHelper::fabAssert\\(Rxn::String\\) const: Assertion `0' failed");
+  // A state machine's fabAssert ends the same way.
+  Rxn::Ptr<Fab::FabBaseSm> sm = Fab::smFactory<Fab::FabBaseSm>(Fab::fabCommonSmDataFactory("acsd"));
+  EXPECT_DEATH(sm->fabAssert("machine gave up"),
+               "machine gave up\n.*void Fab::FabBaseHelper::fabAssert\\(Rxn::String\\) const: Assertion `0' failed");
+
   ScopedEnv noop("FAB_NOOP_AGENT", "1");
   EXPECT_EQ(helper->doProgramChip(), 0);
+  sm->fabAssert("quiet under a no-op agent");
 }
 
 }  // namespace
@@ -67,6 +73,7 @@ class CounterSm : public Fab::FabBaseSm {
                                                               publishedCount));
     }
   }
+  void verifyDataIs(Rxn::Ptr<Fab::VerifyData const> const& verifyData) { verifyData_->notifierIs(verifyData); }
   // One step of work, and a verification run if the harness wants one.
   void step() {
     ++privateCount;
@@ -93,6 +100,7 @@ class FrameTest : public ::testing::Test {
     verifyData_ = acsd_->verifyDataIs("verifyData");
     sm_ = Fab::smFactory<CounterSm>(acsd_);
   }
+  Rxn::Activity activity_{Rxn::Activity::TimeMode::simulated};
   Rxn::Ptr<Fab::FabCommonSmData> acsd_;
   Rxn::Ptr<Fab::VerifyData> verifyData_;
   Rxn::Ptr<CounterSm> sm_;
@@ -112,14 +120,25 @@ TEST_F(FrameTest, VerificationChecksOnlyAnInitializedMachineAndReportsMismatches
   EXPECT_EQ(function, "void FabTest::CounterSm::handleVerify()");
   EXPECT_EQ(text, "count 1 differs from published 0");
 
-  // Steps ask for a run only while the harness requires verification.
+  // Steps ask for a run only while the harness requires verification, and
+  // the harness runs it at the next turn, once for a burst of steps.
+  Rxn::Ptr<Fab::VerifyHarness> harness(new Fab::VerifyHarness(verifyData_));
   int const before = sm_->verifications;
   sm_->step();
+  activity_.runUntilIdle();
   EXPECT_EQ(sm_->verifications, before);
   verifyData_->verifyRequiredIs(true);
   sm_->step();
   sm_->step();
+  EXPECT_EQ(sm_->verifications, before);
+  activity_.runUntilIdle();
+  EXPECT_EQ(sm_->verifications, before + 1);
+
+  // A new verification channel: the machine checks itself at once.
+  Rxn::Ptr<Fab::VerifyData> other = acsd_->verifyDataIs("otherVerifyData");
+  sm_->verifyDataIs(other);
   EXPECT_EQ(sm_->verifications, before + 2);
+  EXPECT_EQ(other->cliVerifyOutput().size(), 1U);
 }
 
 TEST_F(FrameTest, UnderSimulationAVerificationFailureIsStoredAndFatal) {

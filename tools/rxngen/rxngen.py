@@ -242,6 +242,8 @@ def parse_value(p, namespace, line):
             decl.empty_when = p.raw_until_semicolon()[0]
         else:
             decl.members.append(parse_member(p, allow_collections=False))
+    if not decl.members:
+        p.error_at(decl.line, f"value {decl.name} has no fields")
     if decl.key and decl.key not in [m.name for m in decl.members]:
         p.error_at(decl.line, f"value {decl.name}: key {decl.key} is not a field")
     return decl
@@ -533,6 +535,13 @@ def emit_entity(h, decl, symbols):
     else:
         h(f"  explicit {n}(Rxn::Name const& name) : {base}(name) {{}}")
     h(f'  char const* fwkType() const override {{ return "{decl.qualified}"; }}')
+    owned = [m for m in decl.members if m.kind in ("child", "children")]
+    if owned:
+        h(f"  ~{n}() override {{")
+        for m in owned:
+            helper = "orphan" if m.kind == "child" else "orphanAll"
+            h(f"    Rxn::attr::{helper}({m.name}_);")
+        h("  }")
     if decl.key:
         key_name, key_type = decl.key
         kt = cpp_type(key_type)
@@ -542,7 +551,7 @@ def emit_entity(h, decl, symbols):
         h(f"  {m}")
     for m in decl.members:
         h()
-        emit_attribute(h, m)
+        emit_attribute(h, decl, m)
     if decl.key or decl.members:
         h()
         h(" private:")
@@ -565,7 +574,11 @@ def emit_entity(h, decl, symbols):
     h()
 
 
-def emit_attribute(h, m):
+def null_text(decl, m):
+    return f"null _{m.name} parameter to mutator for {decl.qualified}::{m.name} not allowed"
+
+
+def emit_attribute(h, decl, m):
     x, X = m.name, cap(m.name)
     t = member_cpp_type(m)
     if m.kind in ("scalar",):
@@ -588,13 +601,14 @@ def emit_attribute(h, m):
         h(f"  {t} {x}() const {{ return {x}_; }}")
         h(f"  {t} {x}Is(Rxn::Name const& name) {{")
         h(f"    if ({x}_ && {x}_->name() == name) return {x}_;")
+        h(f"    Rxn::attr::orphan({x}_);")
         h(f"    {x}_ = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(name)), this, \"{x}\");")
         h(f"    {x}Notify();")
         h(f"    return {x}_;")
         h("  }")
         h(f"  void {x}Del() {{")
         h(f"    if (!{x}_) return;")
-        h(f'    {x}_->parentIs(nullptr, "");')
+        h(f"    Rxn::attr::orphan({x}_);")
         h(f"    {x}_ = nullptr;")
         h(f"    {x}Notify();")
         h("  }")
@@ -615,7 +629,7 @@ def emit_attribute(h, m):
         h(f"  void {x}Del({k} const& key) {{")
         h(f"    std::optional<{t}> const old = {x}_.take(key);")
         h("    if (!old) return;")
-        h(f'    (*old)->parentIs(nullptr, "");')
+        h(f"    Rxn::attr::orphan(*old);")
         h(f"    {x}Notify(key);")
         h("  }")
     elif m.kind == "inside":
@@ -642,6 +656,8 @@ def emit_attribute(h, m):
         h("  }")
     else:
         h(f"  void {x}Is({k} const& key, {t} const& value) {{")
+        if m.ref:
+            h(f'    if (!value) Rxn::throwRangeException("{null_text(decl, m)}");')
         h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
         h("  }")
         h(f"  void {x}Del({k} const& key) {{")
@@ -661,6 +677,7 @@ def emit_notifiee(h, decl):
     h(f"class {n}::NotifieeConst : public {base}::NotifieeConst {{")
     h(" public:")
     h(f"  static constexpr std::uint8_t kDepth = {base}::NotifieeConst::kDepth + 1;")
+    h('  static_assert(kDepth <= Rxn::NotifieeList::kDepthMask, "entities derive at most 6 deep");')
     h("  NotifieeConst() { notifyDepthIs(kDepth); }")
     h(f"  Rxn::Ptr<{n} const> notifier() const {{ return Rxn::ptrCast<{n} const>(notifierBase()); }}")
     for m in decl.members:

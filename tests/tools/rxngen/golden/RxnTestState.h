@@ -62,6 +62,7 @@ class Display : public Rxn::Entity {
 class Display::NotifieeConst : public Rxn::Entity::NotifieeConst {
  public:
   static constexpr std::uint8_t kDepth = Rxn::Entity::NotifieeConst::kDepth + 1;
+  static_assert(kDepth <= Rxn::NotifieeList::kDepthMask, "entities derive at most 6 deep");
   NotifieeConst() { notifyDepthIs(kDepth); }
   Rxn::Ptr<Display const> notifier() const { return Rxn::ptrCast<Display const>(notifierBase()); }
   virtual void onText() {}
@@ -199,6 +200,7 @@ class Sensor : public Rxn::Entity {
 class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
  public:
   static constexpr std::uint8_t kDepth = Rxn::Entity::NotifieeConst::kDepth + 1;
+  static_assert(kDepth <= Rxn::NotifieeList::kDepthMask, "entities derive at most 6 deep");
   NotifieeConst() { notifyDepthIs(kDepth); }
   Rxn::Ptr<Sensor const> notifier() const { return Rxn::ptrCast<Sensor const>(notifierBase()); }
   virtual void onMode() {}
@@ -257,6 +259,10 @@ class Panel : public Rxn::Entity {
   class NotifieeConst;
   explicit Panel(Rxn::Name const& name) : Rxn::Entity(name) {}
   char const* fwkType() const override { return "RxnTest::Panel"; }
+  ~Panel() override {
+    Rxn::attr::orphanAll(sensor_);
+    Rxn::attr::orphan(main_);
+  }
 
   Rxn::Ptr<Sensor> sensor(std::uint32_t const& key) const { return Rxn::attr::valueAt(sensor_, key); }
   Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> const& sensor() const { return sensor_; }
@@ -271,7 +277,7 @@ class Panel : public Rxn::Entity {
   void sensorDel(std::uint32_t const& key) {
     std::optional<Rxn::Ptr<Sensor>> const old = sensor_.take(key);
     if (!old) return;
-    (*old)->parentIs(nullptr, "");
+    Rxn::attr::orphan(*old);
     sensorNotify(key);
   }
   void sensorDelAll() {
@@ -284,13 +290,14 @@ class Panel : public Rxn::Entity {
   Rxn::Ptr<Display> main() const { return main_; }
   Rxn::Ptr<Display> mainIs(Rxn::Name const& name) {
     if (main_ && main_->name() == name) return main_;
+    Rxn::attr::orphan(main_);
     main_ = Rxn::attr::adopt(Rxn::Ptr<Display>(new Display(name)), this, "main");
     mainNotify();
     return main_;
   }
   void mainDel() {
     if (!main_) return;
-    main_->parentIs(nullptr, "");
+    Rxn::attr::orphan(main_);
     main_ = nullptr;
     mainNotify();
   }
@@ -318,6 +325,7 @@ class Panel : public Rxn::Entity {
 class Panel::NotifieeConst : public Rxn::Entity::NotifieeConst {
  public:
   static constexpr std::uint8_t kDepth = Rxn::Entity::NotifieeConst::kDepth + 1;
+  static_assert(kDepth <= Rxn::NotifieeList::kDepthMask, "entities derive at most 6 deep");
   NotifieeConst() { notifyDepthIs(kDepth); }
   Rxn::Ptr<Panel const> notifier() const { return Rxn::ptrCast<Panel const>(notifierBase()); }
   virtual void onSensor(std::uint32_t const&) {}
@@ -366,6 +374,7 @@ class Device : public Rxn::Entity {
 class Device::NotifieeConst : public Rxn::Entity::NotifieeConst {
  public:
   static constexpr std::uint8_t kDepth = Rxn::Entity::NotifieeConst::kDepth + 1;
+  static_assert(kDepth <= Rxn::NotifieeList::kDepthMask, "entities derive at most 6 deep");
   NotifieeConst() { notifyDepthIs(kDepth); }
   Rxn::Ptr<Device const> notifier() const { return Rxn::ptrCast<Device const>(notifierBase()); }
   virtual void onPower() {}
@@ -402,6 +411,7 @@ class Router : public Device {
 class Router::NotifieeConst : public Device::NotifieeConst {
  public:
   static constexpr std::uint8_t kDepth = Device::NotifieeConst::kDepth + 1;
+  static_assert(kDepth <= Rxn::NotifieeList::kDepthMask, "entities derive at most 6 deep");
   NotifieeConst() { notifyDepthIs(kDepth); }
   Rxn::Ptr<Router const> notifier() const { return Rxn::ptrCast<Router const>(notifierBase()); }
   virtual void onRoutes() {}
