@@ -25,8 +25,11 @@
 #include <cstddef>
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <new>
 #include <optional>
+#include <ostream>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -55,8 +58,10 @@ class HashMap2018 {
  public:
   class Iterator {
    public:
+    using iterator_category = std::forward_iterator_tag;
     using value_type = HashMap2018::value_type;
     using reference = value_type const&;
+    using pointer = value_type const*;
     using difference_type = std::ptrdiff_t;
 
     Iterator() = default;
@@ -214,6 +219,19 @@ class HashMap2018 {
   Iterator end() const { return Iterator(this, kEnd); }
   // The first key at or after `key` in iteration order; `key` need not exist.
   Iterator lowerBound(K const& key) const { return Iterator(this, seek(hashMix(hashOf(key)), key)); }
+
+  // Collections inside value records order, hash and print by their
+  // iteration order, which depends on the keys alone.
+  bool operator<(HashMap2018 const& other) const {
+    return std::lexicographical_compare(begin(), end(), other.begin(), other.end());
+  }
+  std::uint64_t hash() const {
+    std::uint64_t h = size_;
+    for (auto const& [k, v] : *this) {
+      h = hashCombine(h, hashCombine(hashOf(k), hashOf(v)));
+    }
+    return h;
+  }
 
   bool operator==(HashMap2018 const& other) const {
     if (size_ != other.size_) {
@@ -378,6 +396,21 @@ class HashMap2018 {
   // Moves on every change: an iterator that sees it move re-seeks its position.
   std::uint64_t epoch_ = 0;
 };
+
+// A key set prints as [k1, k2], a map as {k1: v1, k2: v2}.
+template <class K, class V>
+std::ostream& operator<<(std::ostream& out, HashMap2018<K, V> const& map) {
+  bool first = true;
+  out << (std::is_same_v<V, bool> ? "[" : "{");
+  for (auto const& [k, v] : map) {
+    out << (first ? "" : ", ") << k;
+    if constexpr (!std::is_same_v<V, bool>) {
+      out << ": " << v;
+    }
+    first = false;
+  }
+  return out << (std::is_same_v<V, bool> ? "]" : "}");
+}
 
 // A collection of counted references, keyed: reactors and child entities.
 template <class K, class T>

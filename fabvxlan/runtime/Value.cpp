@@ -148,6 +148,18 @@ class StrepParser {
 
 StrepNode parseStrep(String const& text) { return StrepParser(text).parseAll(); }
 
+std::int64_t parseInteger(String const& text, char const* typeName) {
+  char* end = nullptr;
+  errno = 0;
+  long long const value = text.empty() || std::isspace(static_cast<unsigned char>(text[0]))
+                              ? 0
+                              : std::strtoll(text.c_str(), &end, 0);
+  if (end == nullptr || *end != '\0' || errno == ERANGE) {
+    throwRangeException(String("bad ") + typeName + " '" + text + "': expected a number");
+  }
+  return value;
+}
+
 String quoteStrep(String const& text) {
   String out = "'";
   for (char const c : text) {

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "fabvxlan/runtime/Exception.h"
+#include "fabvxlan/runtime/HashMap.h"
 #include "fabvxlan/runtime/String.h"
 
 namespace Rxn {
@@ -39,6 +40,9 @@ struct StrepNode {
 };
 
 StrepNode parseStrep(String const& text);
+// A whole decimal or 0x-hexadecimal integer; anything else throws a range
+// exception naming the type: "bad Bridging::VlanId 'ten': expected a number".
+std::int64_t parseInteger(String const& text, char const* typeName);
 String quoteStrep(String const& text);
 [[noreturn]] void throwStrepError(String const& what, StrepNode const& node);
 
@@ -91,6 +95,28 @@ struct ValueTraits<T> {
       throwStrepError(String("expected a ") + T::rxnTypeName(), node);
     }
     return T::fromString(node.text);
+  }
+};
+
+// A key set, as a sequence of its keys in iteration order.
+template <class K>
+struct ValueTraits<HashMap2018<K, bool>> {
+  static String strep(HashMap2018<K, bool> const& set) {
+    String out = "[";
+    for (auto const& [key, member] : set) {
+      out += (out.size() > 1 ? ", " : "") + ValueTraits<K>::strep(key);
+    }
+    return out + "]";
+  }
+  static HashMap2018<K, bool> fromStrep(StrepNode const& node) {
+    if (node.kind != StrepNode::Kind::sequence) {
+      throwStrepError("expected a sequence of keys", node);
+    }
+    HashMap2018<K, bool> set;
+    for (StrepNode const& item : node.items) {
+      set.insertOrAssign(ValueTraits<K>::fromStrep(item), true);
+    }
+    return set;
   }
 };
 

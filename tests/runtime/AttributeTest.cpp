@@ -80,7 +80,12 @@ TEST(Attribute, ValuesWithTheKeyInsideAndKeySets) {
   EXPECT_TRUE(!sensor->readingDel(5));
   EXPECT_EQ(recorder->take(), (Lines{"reading 5", "reading 5", "reading 5"}));
 
-  sensor->tagIs("hot", true);
+  // A collection keyed by another field of the value.
+  sensor->readingByLevelIs(Reading(6, -40, "deep"));
+  EXPECT_EQ(sensor->readingByLevel(-40).channel(), 6U);
+  EXPECT_EQ(sensor->readingByLevels(), 1U);
+  EXPECT_EQ(recorder->take(), Lines{"readingByLevel -40"});
+
   sensor->tagIs("hot", true);
   EXPECT_TRUE(sensor->tag("hot"));
   EXPECT_FALSE(sensor->tag("cold"));

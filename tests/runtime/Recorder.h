@@ -22,6 +22,7 @@ class SensorRecorder : public Sensor::NotifieeConst {
   void onLimitrxnImmediate() override { heard.push_back("limit *"); }
   void onReading(std::uint32_t const& key) override { heard.push_back("reading " + std::to_string(key)); }
   void onTag(std::string const& key) override { heard.push_back("tag " + key); }
+  void onReadingByLevel(std::int32_t const& key) override { heard.push_back("readingByLevel " + std::to_string(key)); }
   void onPeer() override { heard.push_back("peer"); }
 
   std::vector<std::string> take() { return std::exchange(heard, {}); }

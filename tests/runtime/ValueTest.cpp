@@ -46,6 +46,35 @@ TEST(Value, RecordsAndEnumerationsRoundTripThroughTheirStringForm) {
                                   "sideways is no RxnTest::Mode");
   expectRangeError<std::uint8_t>([] { return Rxn::strepToValue<std::uint8_t>("300"); }, "in range");
   expectRangeError<int>([] { return Rxn::strepToValue<int>("Value('X'"); }, "expected ,");
+
+  // A record with a key set.
+  RxnTest::Calibration calibration;
+  calibration.pointsIs(3, true);
+  calibration.pointsIs(7, true);
+  calibration.scaleIs(0.5);
+  EXPECT_EQ(calibration.pointss(), 2U);
+  RxnTest::Calibration const parsed =
+      Rxn::strepToValue<RxnTest::Calibration>(Rxn::valueToStrep(calibration));
+  EXPECT_EQ(parsed, calibration);
+  EXPECT_TRUE(parsed.points(7));
+  calibration.pointsDel(7);
+  EXPECT_LT(calibration, parsed);
+  EXPECT_NE(calibration.hash(), parsed.hash());
+  EXPECT_EQ(calibration.stringValue(), "Calibration(points=[3], scale=0.5)");
+}
+
+TEST(Value, WrappersCheckTheirRangeAndKnowTheirWord) {
+  EXPECT_EQ(RxnTest::Channel().stringValue(), "none");
+  EXPECT_EQ(RxnTest::Channel::fromString("none"), RxnTest::Channel());
+  EXPECT_TRUE(!RxnTest::Channel());
+  RxnTest::Channel const channel = RxnTest::Channel::fromString("0x10");
+  EXPECT_EQ(channel.value(), 16);
+  EXPECT_TRUE(channel.isSet());
+  EXPECT_EQ(Rxn::valueToStrep(channel), "Value('RxnTest::Channel', '16')");
+  expectRangeError<RxnTest::Channel>([] { return RxnTest::Channel(4096); }, "Channel::value > 4095 not allowed");
+  expectRangeError<RxnTest::Channel>([] { return RxnTest::Channel::fromString("16x"); },
+                                     "bad RxnTest::Channel '16x': expected a number");
+  EXPECT_EQ(RxnTest::degraded_, RxnTest::Health::degraded_);
 }
 
 TEST(Value, AddressesAndIdsParseAndPrintInTheirUsualForms) {

@@ -123,17 +123,25 @@ class Parser:
         return token.text
 
     def raw_until_semicolon(self):
-        """The source text up to the next ';' at bracket depth 0, verbatim."""
+        """The source text up to the next ';' at bracket depth 0, verbatim; or,
+        for a method with a body, up to and with the '}' that closes it."""
         first = self.peek()
         depth = 0
         while True:
             token = self.next()
-            if token.text in "([{<":
+            if token.text in ("(", "[", "{"):
                 depth += 1
-            elif token.text in ")]}>":
+            elif token.text in (")", "]", "}"):
                 depth -= 1
+                if token.text == "}" and depth == 0:
+                    return " ".join(self.text[first.start:token.end].split()), first.line
             elif token.text == ";" and depth <= 0:
                 return " ".join(self.text[first.start:token.start].split()), first.line
+
+    def declaration(self):
+        """A method line: a declaration ending in ';', or a definition with a body."""
+        text = self.raw_until_semicolon()[0]
+        return text if text.endswith("}") else text + ";"
 
     def type_expr(self):
         """A type: a name, optionally with template arguments."""
@@ -164,6 +172,10 @@ class Decl:
         self.enumerators = []
         self.underlying = None
         self.empty_when = None
+        self.unscoped = False
+        self.default_value = None
+        self.range = None
+        self.word = None
 
     @property
     def qualified(self):
@@ -181,6 +193,7 @@ class Member:
         self.default = None
         self.virtual = False
         self.ref = False
+        self.key_field = None
 
 
 def parse_schema(path, text):
@@ -204,8 +217,10 @@ def parse_schema(path, text):
             schema.decls.append(parse_value(p, namespace, token.line))
         elif token.text == "entity":
             schema.decls.append(parse_entity(p, namespace, token.line))
+        elif token.text == "wrapper":
+            schema.decls.append(parse_wrapper(p, namespace, token.line))
         else:
-            p.error(f"expected namespace, include, enum, value or entity, got '{token.text}'", token)
+            p.error(f"expected namespace, include, enum, value, wrapper or entity, got '{token.text}'", token)
     return schema
 
 
@@ -213,6 +228,8 @@ def parse_enum(p, namespace, line):
     decl = Decl("enum", p.name(), namespace, line)
     if p.accept(":"):
         decl.underlying = p.name()
+    # Enumerators reached as Ns::name_, as some expressions of the system spell them.
+    decl.unscoped = p.accept("unscoped")
     p.expect("{")
     value = 0
     while not p.accept("}"):
@@ -229,6 +246,28 @@ def parse_enum(p, namespace, line):
     return decl
 
 
+def parse_wrapper(p, namespace, line):
+    """wrapper Name : u32 [= default] [range lo hi "text"] [text value "word"] [{ method ...; }]"""
+    decl = Decl("wrapper", p.name(), namespace, line)
+    p.expect(":")
+    decl.underlying = p.name()
+    if decl.underlying not in NUMERIC - {"double"}:
+        p.error_at(line, f"wrapper {decl.name} wraps an integer type")
+    if p.accept("="):
+        decl.default_value = p.next().text
+    if p.accept("range"):
+        decl.range = (p.next().text, p.next().text, p.next().text[1:-1])
+    if p.accept("text"):
+        decl.word = (p.next().text, p.next().text[1:-1])
+    if p.accept("{"):
+        while not p.accept("}"):
+            p.expect("method")
+            decl.methods.append(p.declaration())
+    else:
+        p.expect(";")
+    return decl
+
+
 def parse_value(p, namespace, line):
     decl = Decl("value", p.name(), namespace, line)
     if p.accept("key"):
@@ -236,7 +275,9 @@ def parse_value(p, namespace, line):
     p.expect("{")
     while not p.accept("}"):
         if p.accept("method"):
-            decl.methods.append(p.raw_until_semicolon()[0] + ";")
+            decl.methods.append(p.declaration())
+        elif p.accept("alias"):
+            decl.methods.append("using " + p.raw_until_semicolon()[0] + ";")
         elif p.accept("empty"):
             p.expect("when")
             decl.empty_when = p.raw_until_semicolon()[0]
@@ -260,7 +301,7 @@ def parse_entity(p, namespace, line):
     p.expect("{")
     while not p.accept("}"):
         if p.accept("method"):
-            decl.methods.append(p.raw_until_semicolon()[0] + ";")
+            decl.methods.append(p.declaration())
         else:
             decl.members.append(parse_member(p, allow_collections=True))
     named = ([(decl.key[0], decl.line)] if decl.key else []) + [(m.name, m.line) for m in decl.members]
@@ -294,6 +335,9 @@ def parse_member(p, allow_collections):
             if member.kind != "coll":
                 p.error(f"{member.name}: 'inside' applies to a keyed value collection")
             member.kind = "inside"
+            # The field of the value that holds the key; fwkKey() if not named.
+            if p.peek() is not None and p.peek().kind == "name" and p.peek().text not in ("virtual",):
+                member.key_field = p.name()
         elif p.accept("virtual"):
             member.virtual = True
         else:
@@ -302,8 +346,8 @@ def parse_member(p, allow_collections):
         member.default = p.raw_until_semicolon()[0]
     else:
         p.expect(";")
-    if not allow_collections and member.kind != "scalar":
-        p.error(f"{member.name}: a value record holds plain fields only", token)
+    if not allow_collections and member.kind not in ("scalar", "set"):
+        p.error(f"{member.name}: a value record holds plain fields and key sets only", token)
     if member.kind in ("child", "children") and member.default:
         p.error(f"{member.name}: an owned entity takes no default", token)
     return member
@@ -380,7 +424,7 @@ def default_expr(member, decl, symbols):
 def emit_enum(h, cpp, decl):
     underlying = f" : {cpp_type(decl.underlying)}" if decl.underlying else ""
     enumerators = ", ".join(f"{n} = {v}" for n, v in decl.enumerators)
-    h(f"enum class {decl.name}{underlying} {{ {enumerators} }};")
+    h(f"enum {'' if decl.unscoped else 'class '}{decl.name}{underlying} {{ {enumerators} }};")
     h(f"std::ostream& operator<<(std::ostream& out, {decl.name} value);")
     h()
     cpp(f"std::ostream& operator<<(std::ostream& out, {decl.name} value) {{")
@@ -421,16 +465,29 @@ def emit_enum_traits(h, cpp, decl):
 def emit_value(h, cpp, decl, symbols):
     n = decl.name
     fields = decl.members
+    # Key sets are filled member by member; the constructor takes the rest.
+    plain = [f for f in fields if f.kind == "scalar"]
     h(f"class {n} {{")
     h(" public:")
     h(f"  {n}() = default;")
-    params = ", ".join(f"{member_cpp_type(f)} const& {f.name}" for f in fields)
-    inits = ", ".join(f"{f.name}_({f.name})" for f in fields)
-    h(f"  {'explicit ' if len(fields) == 1 else ''}{n}({params}) : {inits} {{}}")
+    params = ", ".join(f"{member_cpp_type(f)} const& {f.name}" for f in plain)
+    inits = ", ".join(f"{f.name}_({f.name})" for f in plain)
+    if plain:
+        h(f"  {'explicit ' if len(plain) == 1 else ''}{n}({params}) : {inits} {{}}")
     h(f'  static char const* rxnTypeName() {{ return "{decl.qualified}"; }}')
     h()
     for f in fields:
         t = member_cpp_type(f)
+        if f.kind == "set":
+            k = cpp_type(f.key)
+            h(f"  bool {f.name}({k} const& key) const {{ return {f.name}_.contains(key); }}")
+            h(f"  Rxn::HashMap2018<{k}, bool> const& {f.name}() const {{ return {f.name}_; }}")
+            h(f"  std::size_t {f.name}s() const {{ return {f.name}_.size(); }}")
+            h(f"  void {f.name}Is({k} const& key, bool member) {{")
+            h(f"    if (member) {f.name}_.insertOrAssign(key, true); else {f.name}_.erase(key);")
+            h("  }")
+            h(f"  void {f.name}Del({k} const& key) {{ {f.name}_.erase(key); }}")
+            continue
         getter = t if f.type in PRIMITIVES and f.type != "string" else f"{t} const&"
         h(f"  {getter} {f.name}() const {{ return {f.name}_; }}")
         h(f"  void {f.name}Is({t} const& value) {{ {f.name}_ = value; }}")
@@ -452,7 +509,7 @@ def emit_value(h, cpp, decl, symbols):
     h(" private:")
     for f in fields:
         d = default_expr(f, decl, symbols)
-        h(f"  {member_cpp_type(f)} {f.name}_{{{d or ''}}};")
+        h(f"  {storage_type(f)} {f.name}_{{{d or ''}}};")
     h("};")
     h(f"std::ostream& operator<<(std::ostream& out, {n} const& value);")
     h()
@@ -472,6 +529,53 @@ def emit_value(h, cpp, decl, symbols):
     cpp(f"std::ostream& operator<<(std::ostream& out, {n} const& value) {{")
     parts = ' << ", "'.join(f' << "{f.name}=" << Rxn::valueToString(value.{f.name}())' for f in fields)
     cpp(f'  return out << "{n}("{parts} << ")";')
+    cpp("}")
+    cpp()
+
+
+def emit_wrapper(h, cpp, decl):
+    n, q = decl.name, decl.qualified
+    t = cpp_type(decl.underlying)
+    h(f"class {n} : public Rxn::ValueOps<{n}> {{")
+    h(" public:")
+    h(f"  {n}() = default;")
+    h(f"  explicit {n}(std::int64_t value) : value_(checked(value)) {{}}")
+    h(f"  static {n} fromString(Rxn::String const& text);")
+    h(f'  static char const* rxnTypeName() {{ return "{q}"; }}')
+    h()
+    h(f"  {t} value() const {{ return value_; }}")
+    h(f"  void valueIs(std::int64_t value) {{ value_ = checked(value); }}")
+    for m in decl.methods:
+        h(f"  {m}")
+    h("  Rxn::String stringValue() const;")
+    h("  std::uint64_t hash() const { return value_; }")
+    h(f"  bool operator==({n} const& other) const = default;")
+    h(f"  auto operator<=>({n} const& other) const = default;")
+    h()
+    h(" private:")
+    h(f"  static {t} checked(std::int64_t value);")
+    h(f"  {t} value_ = {decl.default_value or 0};")
+    h("};")
+    h()
+    lo, hi, text = decl.range if decl.range else (f"std::numeric_limits<{t}>::min()", f"std::numeric_limits<{t}>::max()", None)
+    text = text or f"{q} value out of range"
+    cpp(f"{t} {n}::checked(std::int64_t value) {{")
+    cpp(f"  if (value < static_cast<std::int64_t>({lo}) || value > static_cast<std::int64_t>({hi})) {{")
+    cpp(f'    Rxn::throwRangeException("{text}");')
+    cpp("  }")
+    cpp(f"  return static_cast<{t}>(value);")
+    cpp("}")
+    cpp()
+    cpp(f"{n} {n}::fromString(Rxn::String const& text) {{")
+    if decl.word:
+        cpp(f'  if (text == "{decl.word[1]}") return {n}({decl.word[0]});')
+    cpp(f'  return {n}(Rxn::parseInteger(text, "{q}"));')
+    cpp("}")
+    cpp()
+    cpp(f"Rxn::String {n}::stringValue() const {{")
+    if decl.word:
+        cpp(f'  if (value_ == static_cast<{t}>({decl.word[0]})) return "{decl.word[1]}";')
+    cpp("  return std::to_string(value_);")
     cpp("}")
     cpp()
 
@@ -498,8 +602,12 @@ def emit_value_traits(h, cpp, decl):
     cpp(f'  strep::expectRecord(node, "{q}", {len(fields)});')
     cpp(f"  {q} value;")
     for i, f in enumerate(fields):
-        t = member_cpp_type(f)
-        cpp(f'  value.{f.name}Is(ValueTraits<{t}>::fromStrep(strep::field(node, "{q}", "{f.name}", {i})));')
+        t = storage_type(f)
+        parsed = f'ValueTraits<{t}>::fromStrep(strep::field(node, "{q}", "{f.name}", {i}))'
+        if f.kind == "set":
+            cpp(f"  for (auto const& [key, member] : {parsed}) value.{f.name}Is(key, member);")
+        else:
+            cpp(f"  value.{f.name}Is({parsed});")
     cpp("  return value;")
     cpp("}")
     cpp()
@@ -617,6 +725,7 @@ def emit_attribute(h, decl, m):
     k = cpp_type(m.key)
     h(f"  {t} {x}({k} const& key) const {{ return Rxn::attr::valueAt({x}_, key); }}")
     h(f"  Rxn::HashMap2018<{k}, {t}> const& {x}() const {{ return {x}_; }}")
+    h(f"  std::size_t {x}s() const {{ return {x}_.size(); }}")
     if m.kind == "children":
         h(f"  {t} {x}Is({k} const& key) {{")
         h(f"    auto [slot, fresh] = {x}_.findOrInsert(key);")
@@ -634,7 +743,7 @@ def emit_attribute(h, decl, m):
         h("  }")
     elif m.kind == "inside":
         h(f"  void {x}Is({t} const& value) {{")
-        h(f"    {k} const key = value.fwkKey();")
+        h(f"    {k} const key = value.{m.key_field or 'fwkKey'}();")
         h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
         h("  }")
         h(f"  {t} {x}Del({k} const& key) {{")
@@ -727,7 +836,7 @@ def generate(schema, rel_path, symbols):
     h(banner)
     h("#pragma once")
     h()
-    for inc in ["cstdint", "optional", "ostream", "tuple"]:
+    for inc in ["cstdint", "limits", "optional", "ostream", "tuple"]:
         h(f"#include <{inc}>")
     h()
     for inc in ["fabvxlan/runtime/Entity.h", "fabvxlan/runtime/Value.h"] + schema.includes:
@@ -752,6 +861,8 @@ def generate(schema, rel_path, symbols):
         for decl in decls:
             if decl.kind == "enum":
                 emit_enum(h, cpp, decl)
+            elif decl.kind == "wrapper":
+                emit_wrapper(h, cpp, decl)
             elif decl.kind == "value":
                 emit_value(h, cpp, decl, symbols)
             else:

@@ -48,11 +48,11 @@ class GoldenOutput(unittest.TestCase):
 
 class BadSchemas(unittest.TestCase):
     CASES = [
-        ("namespace A;\nwidget W {}\n", "bad.rxn:2: expected namespace, include, enum, value or entity, got 'widget'"),
+        ("namespace A;\nwidget W {}\n", "bad.rxn:2: expected namespace, include, enum, value, wrapper or entity, got 'widget'"),
         ("entity E {\n  name : string;\n}\n", "bad.rxn:2: entity E: 'name' would hide a member every entity has"),
         ("entity E {\n  x : u32 inside;\n}\n", "bad.rxn:2: x: 'inside' applies to a keyed value collection"),
         ("entity E {\n  c : owned E = 1;\n}\n", "bad.rxn:2: c: an owned entity takes no default"),
-        ("value V {\n  m : u32[u32];\n}\n", "bad.rxn:2: m: a value record holds plain fields only"),
+        ("value V {\n  m : u32[u32];\n}\n", "bad.rxn:2: m: a value record holds plain fields and key sets only"),
         ("value V key k {\n  a : u32;\n}\n", "bad.rxn:1: value V: key k is not a field"),
         ("enum E { }\n", "bad.rxn:1: enum E has no enumerators"),
         ("entity E {\n  x : u32\n}\n", "bad.rxn:3: expected ';'"),

@@ -17,6 +17,50 @@ std::ostream& operator<<(std::ostream& out, Mode value) {
   return out << static_cast<long long>(value);
 }
 
+std::ostream& operator<<(std::ostream& out, Health value) {
+  switch (value) {
+    case Health::healthy_:
+      return out << "healthy_";
+    case Health::degraded_:
+      return out << "degraded_";
+  }
+  return out << static_cast<long long>(value);
+}
+
+std::uint16_t Channel::checked(std::int64_t value) {
+  if (value < static_cast<std::int64_t>(0) || value > static_cast<std::int64_t>(4095)) {
+    Rxn::throwRangeException("Channel::value > 4095 not allowed");
+  }
+  return static_cast<std::uint16_t>(value);
+}
+
+Channel Channel::fromString(Rxn::String const& text) {
+  if (text == "none") return Channel(0);
+  return Channel(Rxn::parseInteger(text, "RxnTest::Channel"));
+}
+
+Rxn::String Channel::stringValue() const {
+  if (value_ == static_cast<std::uint16_t>(0)) return "none";
+  return std::to_string(value_);
+}
+
+std::uint64_t Calibration::hash() const {
+  std::uint64_t h = 0;
+  h = Rxn::hashCombine(h, Rxn::hashOf(points_));
+  h = Rxn::hashCombine(h, Rxn::hashOf(scale_));
+  return h;
+}
+
+Rxn::String Calibration::stringValue() const {
+  std::ostringstream out;
+  out << *this;
+  return out.str();
+}
+
+std::ostream& operator<<(std::ostream& out, Calibration const& value) {
+  return out << "Calibration(" << "points=" << Rxn::valueToString(value.points()) << ", " << "scale=" << Rxn::valueToString(value.scale()) << ")";
+}
+
 std::uint64_t Reading::hash() const {
   std::uint64_t h = 0;
   h = Rxn::hashCombine(h, Rxn::hashOf(channel_));
@@ -51,6 +95,31 @@ RxnTest::Mode ValueTraits<RxnTest::Mode>::fromStrep(StrepNode const& node) {
   if (node.text == "standby") return RxnTest::Mode::standby;
   if (node.text == "on") return RxnTest::Mode::on;
   throwRangeException("bad value text: " + node.text + " is no RxnTest::Mode");
+}
+
+String ValueTraits<RxnTest::Health>::strep(RxnTest::Health value) {
+  return "Value('RxnTest::Health', " + quoteStrep(valueToString(value)) + ")";
+}
+
+RxnTest::Health ValueTraits<RxnTest::Health>::fromStrep(StrepNode const& node) {
+  if (node.kind != StrepNode::Kind::string && (node.kind != StrepNode::Kind::wrapper || node.typeName != "RxnTest::Health")) {
+    throwStrepError("expected a RxnTest::Health", node);
+  }
+  if (node.text == "healthy_") return RxnTest::Health::healthy_;
+  if (node.text == "degraded_") return RxnTest::Health::degraded_;
+  throwRangeException("bad value text: " + node.text + " is no RxnTest::Health");
+}
+
+String ValueTraits<RxnTest::Calibration>::strep(RxnTest::Calibration const& value) {
+  return String("Value('RxnTest::Calibration', ** {'points': ") + valueToStrep(value.points()) + ", 'scale': " + valueToStrep(value.scale()) + "})";
+}
+
+RxnTest::Calibration ValueTraits<RxnTest::Calibration>::fromStrep(StrepNode const& node) {
+  strep::expectRecord(node, "RxnTest::Calibration", 2);
+  RxnTest::Calibration value;
+  for (auto const& [key, member] : ValueTraits<Rxn::HashMap2018<std::uint32_t, bool>>::fromStrep(strep::field(node, "RxnTest::Calibration", "points", 0))) value.pointsIs(key, member);
+  value.scaleIs(ValueTraits<double>::fromStrep(strep::field(node, "RxnTest::Calibration", "scale", 1)));
+  return value;
 }
 
 String ValueTraits<RxnTest::Reading>::strep(RxnTest::Reading const& value) {

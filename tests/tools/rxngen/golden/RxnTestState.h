@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <ostream>
 #include <tuple>
@@ -13,6 +14,58 @@ namespace RxnTest {
 
 enum class Mode : std::uint8_t { off = 0, standby = 1, on = 2 };
 std::ostream& operator<<(std::ostream& out, Mode value);
+
+enum Health : std::uint8_t { healthy_ = 0, degraded_ = 1 };
+std::ostream& operator<<(std::ostream& out, Health value);
+
+class Channel : public Rxn::ValueOps<Channel> {
+ public:
+  Channel() = default;
+  explicit Channel(std::int64_t value) : value_(checked(value)) {}
+  static Channel fromString(Rxn::String const& text);
+  static char const* rxnTypeName() { return "RxnTest::Channel"; }
+
+  std::uint16_t value() const { return value_; }
+  void valueIs(std::int64_t value) { value_ = checked(value); }
+  bool isSet() const { return value_ != 0; }
+  Rxn::String stringValue() const;
+  std::uint64_t hash() const { return value_; }
+  bool operator==(Channel const& other) const = default;
+  auto operator<=>(Channel const& other) const = default;
+
+ private:
+  static std::uint16_t checked(std::int64_t value);
+  std::uint16_t value_ = 0;
+};
+
+class Calibration {
+ public:
+  Calibration() = default;
+  explicit Calibration(double const& scale) : scale_(scale) {}
+  static char const* rxnTypeName() { return "RxnTest::Calibration"; }
+
+  bool points(std::uint32_t const& key) const { return points_.contains(key); }
+  Rxn::HashMap2018<std::uint32_t, bool> const& points() const { return points_; }
+  std::size_t pointss() const { return points_.size(); }
+  void pointsIs(std::uint32_t const& key, bool member) {
+    if (member) points_.insertOrAssign(key, true); else points_.erase(key);
+  }
+  void pointsDel(std::uint32_t const& key) { points_.erase(key); }
+  double scale() const { return scale_; }
+  void scaleIs(double const& value) { scale_ = value; }
+  using Unit = Mode;
+
+  bool operator==(Calibration const& other) const = default;
+  bool operator<(Calibration const& other) const { return std::tie(points_, scale_) < std::tie(other.points_, other.scale_); }
+  bool operator!() const { return *this == Calibration(); }
+  std::uint64_t hash() const;
+  Rxn::String stringValue() const;
+
+ private:
+  Rxn::HashMap2018<std::uint32_t, bool> points_{};
+  double scale_{1.0};
+};
+std::ostream& operator<<(std::ostream& out, Calibration const& value);
 
 class Reading {
  public:
@@ -118,6 +171,7 @@ class Sensor : public Rxn::Entity {
 
   std::int32_t limit(std::uint32_t const& key) const { return Rxn::attr::valueAt(limit_, key); }
   Rxn::HashMap2018<std::uint32_t, std::int32_t> const& limit() const { return limit_; }
+  std::size_t limits() const { return limit_.size(); }
   void limitIs(std::uint32_t const& key, std::int32_t const& value) {
     if (limit_.insertOrAssign(key, value).second) limitNotify(key);
   }
@@ -133,6 +187,7 @@ class Sensor : public Rxn::Entity {
 
   Reading reading(std::uint32_t const& key) const { return Rxn::attr::valueAt(reading_, key); }
   Rxn::HashMap2018<std::uint32_t, Reading> const& reading() const { return reading_; }
+  std::size_t readings() const { return reading_.size(); }
   void readingIs(Reading const& value) {
     std::uint32_t const key = value.fwkKey();
     if (reading_.insertOrAssign(key, value).second) readingNotify(key);
@@ -152,6 +207,7 @@ class Sensor : public Rxn::Entity {
 
   bool tag(Rxn::String const& key) const { return Rxn::attr::valueAt(tag_, key); }
   Rxn::HashMap2018<Rxn::String, bool> const& tag() const { return tag_; }
+  std::size_t tags() const { return tag_.size(); }
   void tagIs(Rxn::String const& key, bool member) {
     if (!member) {
       tagDel(key);
@@ -185,6 +241,42 @@ class Sensor : public Rxn::Entity {
   }
   void calibratedNotify() const;
 
+  Calibration calibration() const { return calibration_; }
+  void calibrationIs(Calibration const& value) {
+    if (calibration_ == value) return;
+    calibration_ = value;
+    calibrationNotify();
+  }
+  void calibrationNotify() const;
+
+  Channel channel() const { return channel_; }
+  void channelIs(Channel const& value) {
+    if (channel_ == value) return;
+    channel_ = value;
+    channelNotify();
+  }
+  void channelNotify() const;
+
+  Reading readingByLevel(std::int32_t const& key) const { return Rxn::attr::valueAt(readingByLevel_, key); }
+  Rxn::HashMap2018<std::int32_t, Reading> const& readingByLevel() const { return readingByLevel_; }
+  std::size_t readingByLevels() const { return readingByLevel_.size(); }
+  void readingByLevelIs(Reading const& value) {
+    std::int32_t const key = value.level();
+    if (readingByLevel_.insertOrAssign(key, value).second) readingByLevelNotify(key);
+  }
+  Reading readingByLevelDel(std::int32_t const& key) {
+    std::optional<Reading> const old = readingByLevel_.take(key);
+    if (!old) return Reading();
+    readingByLevelNotify(key);
+    return *old;
+  }
+  void readingByLevelDelAll() {
+    Rxn::attr::delAll(readingByLevel_, [this](std::int32_t const& key) { readingByLevelDel(key); });
+  }
+  void readingByLevelNotify(std::int32_t const& key) const;
+  // Any key may have changed.
+  void readingByLevelNotify() const;
+
  private:
   std::uint32_t id_;
   Mode mode_{Mode::off};
@@ -195,6 +287,9 @@ class Sensor : public Rxn::Entity {
   Rxn::HashMap2018<Rxn::String, bool> tag_{};
   Rxn::Ptr<Display> peer_{};
   bool calibrated_{};
+  Calibration calibration_{};
+  Channel channel_{};
+  Rxn::HashMap2018<std::int32_t, Reading> readingByLevel_{};
 };
 
 class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
@@ -217,6 +312,11 @@ class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
   virtual void onTag() {}
   virtual void onPeer() {}
   virtual void onCalibrated() {}
+  virtual void onCalibration() {}
+  virtual void onChannel() {}
+  virtual void onReadingByLevel(std::int32_t const&) {}
+  virtual void onReadingByLevelrxnImmediate() {}
+  virtual void onReadingByLevel() {}
 };
 
 inline void Sensor::modeNotify() const {
@@ -252,6 +352,18 @@ inline void Sensor::peerNotify() const {
 inline void Sensor::calibratedNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onCalibrated(); });
 }
+inline void Sensor::calibrationNotify() const {
+  rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onCalibration(); });
+}
+inline void Sensor::channelNotify() const {
+  rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onChannel(); });
+}
+inline void Sensor::readingByLevelNotify(std::int32_t const& key) const {
+  rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onReadingByLevel(key); });
+}
+inline void Sensor::readingByLevelNotify() const {
+  rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onReadingByLevelrxnImmediate(); });
+}
 inline Rxn::Ptr<Sensor> sensorFactory(std::uint32_t const& id) { return new Sensor(id); }
 
 class Panel : public Rxn::Entity {
@@ -266,6 +378,7 @@ class Panel : public Rxn::Entity {
 
   Rxn::Ptr<Sensor> sensor(std::uint32_t const& key) const { return Rxn::attr::valueAt(sensor_, key); }
   Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> const& sensor() const { return sensor_; }
+  std::size_t sensors() const { return sensor_.size(); }
   Rxn::Ptr<Sensor> sensorIs(std::uint32_t const& key) {
     auto [slot, fresh] = sensor_.findOrInsert(key);
     if (!fresh) return *slot;
@@ -431,6 +544,19 @@ struct ValueTraits<RxnTest::Mode> {
   static char const* rxnTypeName() { return "RxnTest::Mode"; }
   static String strep(RxnTest::Mode value);
   static RxnTest::Mode fromStrep(StrepNode const& node);
+};
+
+template <>
+struct ValueTraits<RxnTest::Health> {
+  static char const* rxnTypeName() { return "RxnTest::Health"; }
+  static String strep(RxnTest::Health value);
+  static RxnTest::Health fromStrep(StrepNode const& node);
+};
+
+template <>
+struct ValueTraits<RxnTest::Calibration> {
+  static String strep(RxnTest::Calibration const& value);
+  static RxnTest::Calibration fromStrep(StrepNode const& node);
 };
 
 template <>
