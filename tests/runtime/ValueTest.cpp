@@ -107,7 +107,8 @@ TEST(Value, AddressesAndIdsParseAndPrintInTheirUsualForms) {
   expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(0); }, "VlanId::value < 1 or > 4094 not allowed");
   expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(4095); },
                                      "VlanId::value < 1 or > 4094 not allowed");
-  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId::fromString("ten"); }, "bad VLAN 'ten'");
+  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId::fromString("ten"); },
+                                     "bad Bridging::VlanId 'ten': expected a number");
 }
 
 }  // namespace

@@ -75,4 +75,105 @@ class IpAddr : public Rxn::ValueOps<IpAddr> {
   std::uint32_t value_ = 0;
 };
 
+// An IPv6 address, printed as inet_ntop does ("2001:db8::1").
+class Ip6Addr : public Rxn::ValueOps<Ip6Addr> {
+ public:
+  Ip6Addr() = default;
+  explicit Ip6Addr(std::array<std::uint8_t, 16> const& bytes) : bytes_(bytes) {}
+  static Ip6Addr fromString(Rxn::String const& text);
+  static char const* rxnTypeName() { return "Wire::Ip6Addr"; }
+
+  std::array<std::uint8_t, 16> const& bytes() const { return bytes_; }
+  Rxn::String stringValue() const;
+  std::uint64_t hash() const;
+  auto operator<=>(Ip6Addr const& other) const = default;
+
+ private:
+  std::array<std::uint8_t, 16> bytes_{};
+};
+
+// An IPv6 prefix, "2001:db8::/32".
+class Ip6Prefix : public Rxn::ValueOps<Ip6Prefix> {
+ public:
+  Ip6Prefix() = default;
+  Ip6Prefix(Ip6Addr const& addr, std::uint8_t length);
+  static Ip6Prefix fromString(Rxn::String const& text);
+  static char const* rxnTypeName() { return "Wire::Ip6Prefix"; }
+
+  Ip6Addr const& addr() const { return addr_; }
+  std::uint8_t length() const { return length_; }
+  bool contains(Ip6Addr const& addr) const;
+  Rxn::String stringValue() const { return addr_.stringValue() + "/" + std::to_string(length_); }
+  std::uint64_t hash() const { return addr_.hash() ^ length_; }
+  auto operator<=>(Ip6Prefix const& other) const = default;
+
+ private:
+  Ip6Addr addr_;
+  std::uint8_t length_ = 0;
+};
+
+// An IPv4 or IPv6 address; printed as the address it holds.
+class IpGenAddr : public Rxn::ValueOps<IpGenAddr> {
+ public:
+  IpGenAddr() = default;
+  explicit IpGenAddr(IpAddr const& v4) : v4_(v4) {}
+  explicit IpGenAddr(Ip6Addr const& v6) : v6_(v6), isV6_(true) {}
+  static IpGenAddr fromString(Rxn::String const& text);
+  static char const* rxnTypeName() { return "Wire::IpGenAddr"; }
+
+  bool isV6() const { return isV6_; }
+  IpAddr const& v4Addr() const { return v4_; }
+  Ip6Addr const& v6Addr() const { return v6_; }
+  Rxn::String stringValue() const { return isV6_ ? v6_.stringValue() : v4_.stringValue(); }
+  std::uint64_t hash() const { return isV6_ ? v6_.hash() : v4_.hash(); }
+  auto operator<=>(IpGenAddr const& other) const = default;
+
+ private:
+  IpAddr v4_;
+  Ip6Addr v6_;
+  bool isV6_ = false;
+};
+
+// An IPv4 prefix, "10.0.0.0/8".
+class IpPrefix : public Rxn::ValueOps<IpPrefix> {
+ public:
+  IpPrefix() = default;
+  IpPrefix(IpAddr const& addr, std::uint8_t length);
+  static IpPrefix fromString(Rxn::String const& text);
+  static char const* rxnTypeName() { return "Wire::IpPrefix"; }
+
+  IpAddr const& addr() const { return addr_; }
+  std::uint8_t length() const { return length_; }
+  bool contains(IpAddr const& addr) const;
+  Rxn::String stringValue() const { return addr_.stringValue() + "/" + std::to_string(length_); }
+  std::uint64_t hash() const { return (addr_.hash() << 8) | length_; }
+  auto operator<=>(IpPrefix const& other) const = default;
+
+ private:
+  IpAddr addr_;
+  std::uint8_t length_ = 0;
+};
+
+// An IPv4 or IPv6 prefix.
+class IpGenPrefix : public Rxn::ValueOps<IpGenPrefix> {
+ public:
+  IpGenPrefix() = default;
+  IpGenPrefix(IpGenAddr const& addr, std::uint8_t length);
+  static IpGenPrefix fromString(Rxn::String const& text);
+  static char const* rxnTypeName() { return "Wire::IpGenPrefix"; }
+
+  bool isV6() const { return addr_.isV6(); }
+  IpGenAddr const& addr() const { return addr_; }
+  std::uint8_t length() const { return length_; }
+  IpPrefix v4Prefix() const { return IpPrefix(addr_.v4Addr(), length_); }
+  Ip6Prefix v6Prefix() const { return Ip6Prefix(addr_.v6Addr(), length_); }
+  Rxn::String stringValue() const { return addr_.stringValue() + "/" + std::to_string(length_); }
+  std::uint64_t hash() const { return (addr_.hash() << 8) ^ length_; }
+  auto operator<=>(IpGenPrefix const& other) const = default;
+
+ private:
+  IpGenAddr addr_;
+  std::uint8_t length_ = 0;
+};
+
 }  // namespace Wire
