@@ -3,6 +3,7 @@
 #   make run    build and run the demonstration on its embedded default
 #   make test   build normally and with ASan+UBSan, and run every test in both
 #   make bench  build and run the benchmarks, writing JSON under build/bench/
+#   make examples  regenerate the expected output of the example scenarios
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
@@ -10,7 +11,7 @@ JOBS       ?= $(shell nproc)
 PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev
 SUDO       := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps build asan run test bench format clean
+.PHONY: all deps build asan run test bench examples format clean
 
 all: build
 
@@ -41,6 +42,12 @@ run: build
 test: build asan
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
+
+# Regenerates the expected output of every example scenario; review the diff.
+examples: build
+	@for scenario in examples/*.json; do \
+	  $(BUILD)/sim/fabvxlan-sim $$scenario > $${scenario%.json}.expected || exit 1; \
+	done
 
 bench: build
 	@mkdir -p $(BUILD)/bench
