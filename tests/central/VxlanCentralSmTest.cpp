@@ -1,0 +1,336 @@
+// VxlanCentralSm: the roll-up of the feature state, and the BUM replication
+// mode with its flood data, through the entities a platform agent owns.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "tests/SimFixture.h"
+
+namespace FabTest {
+namespace {
+
+using Fab::VXLAN::FabVxlanState;
+using Mode = Vxlan::BumReplicationMode;
+constexpr FabVxlanState initializing_ = FabVxlanState::initializing_;
+constexpr FabVxlanState initialized_ = FabVxlanState::initialized_;
+constexpr FabVxlanState cleaning_ = FabVxlanState::cleaning_;
+constexpr FabVxlanState clean_ = FabVxlanState::clean_;
+
+Sim::PlatformConfig handDriven(bool vtepGroupSupported = false) {
+  Sim::PlatformConfig config;
+  config.standIns = false;
+  config.vtepGroupSupported = vtepGroupSupported;
+  return config;
+}
+
+// The sub-states are driven by hand here, as the machines' tests drive them.
+class RollUpTest : public SimFixture {
+ protected:
+  RollUpTest() : SimFixture(handDriven()) {}
+  void subStatesAre(FabVxlanState vtep, FabVxlanState vni, FabVxlanState mac) {
+    info().vtepSmStateIs(vtep);
+    info().vniSmStateIs(vni);
+    info().vxlanMacSmStateIs(mac);
+  }
+  // The roll-up from `current` with `vtis` active VTIs.
+  FabVxlanState next(FabVxlanState current, int vtis) {
+    info().activatedVtiDel(kVxlan1);
+    if (vtis > 0) {
+      info().activatedVtiIs(kVxlan1, true);
+    }
+    info().stateIs(current);
+    central().updateVxlanState();
+    return info().state();
+  }
+};
+
+TEST_F(RollUpTest, EveryRowOfTheTable) {
+  subStatesAre(initialized_, initialized_, initialized_);
+  EXPECT_EQ(next(initializing_, 1), initialized_);
+  EXPECT_EQ(next(initialized_, 1), initialized_);
+  EXPECT_EQ(next(initialized_, 0), cleaning_);
+  EXPECT_EQ(next(clean_, 1), initialized_);  // a hitless restart that kept the hardware
+  EXPECT_EQ(next(clean_, 0), clean_);
+
+  subStatesAre(initialized_, initializing_, initialized_);
+  EXPECT_EQ(next(initializing_, 1), initializing_);
+  EXPECT_EQ(next(initializing_, 0), cleaning_);
+  EXPECT_EQ(next(clean_, 1), initializing_);
+  EXPECT_EQ(next(cleaning_, 1), cleaning_);
+  EXPECT_EQ(next(cleaning_, 0), cleaning_);
+
+  subStatesAre(clean_, clean_, clean_);
+  EXPECT_EQ(next(initializing_, 0), clean_);
+  EXPECT_EQ(next(cleaning_, 0), clean_);
+  // Hardware is clean before it is initialised again.
+  EXPECT_EQ(next(cleaning_, 1), initializing_);
+}
+
+TEST_F(RollUpTest, TheVtepGroupStateWeighsOnlyOnPlatformsWithGroups) {
+  subStatesAre(initialized_, initialized_, initialized_);
+  info().vtepGroupSmStateIs(cleaning_);
+  EXPECT_EQ(next(initializing_, 1), initialized_);
+  info().vtepGroupSmStateIs(initializing_);
+  EXPECT_EQ(next(clean_, 1), initialized_);
+
+  central().vtepGroupSupportedIs(true);
+  EXPECT_EQ(next(initializing_, 1), initializing_);
+  info().vtepGroupSmStateIs(initialized_);
+  EXPECT_EQ(next(initializing_, 1), initialized_);
+}
+
+TEST_F(RollUpTest, NothingMovesBeforeHandleInitialized) {
+  platform().agentDown();
+  // A machine made by its factory follows nothing until it is started.
+  auto late = Fab::VXLAN::vxlanCentralSmFactory(platform().acsd(), platform().vxlanInfo(), platform().vtiStatusDir(),
+                                                platform().l2RibFloodSet(), platform().vxlanHwStatusDir(),
+                                                platform().bumStatus(), nullptr);
+  vtiUp(kVxlan1);
+  late->updateVxlanState();
+  EXPECT_FALSE(info().activatedVti(kVxlan1));
+  EXPECT_EQ(info().state(), clean_);
+  // Without a boot status it is a platform without hitless restart: it
+  // touches no stage.
+  platform().vxlanBootStatus()->stageBumVtepListReadyIs(false);
+  late->handleInitialized();
+  EXPECT_TRUE(info().activatedVti(kVxlan1));
+  EXPECT_EQ(info().state(), initializing_);
+  EXPECT_FALSE(platform().vxlanBootStatus()->stageBumVtepListReady());
+}
+
+using RollUpDeathTest = RollUpTest;
+
+TEST_F(RollUpDeathTest, ASubStateThatLeavesInitializedFirstEndsTheProcess) {
+  subStatesAre(initialized_, initialized_, initialized_);
+  next(initializing_, 1);
+  ASSERT_EQ(info().state(), initialized_);
+  EXPECT_DEATH(
+      {
+        info().activatedVtiDel(kVxlan1);
+        info().vniSmStateIs(cleaning_);
+      },
+      literal("( ( vxlanInfo()->vtepSmState() == FabVxlanState::initialized_ ) && ( vtepGroupSupported() ? "
+              "vxlanInfo()->vtepGroupSmState() == FabVxlanState::initialized_ : true ) && ( vxlanInfo()->vniSmState() "
+              "== FabVxlanState::initialized_ ) && ( vxlanInfo()->vxlanMacSmState() == FabVxlanState::initialized_ ) )"));
+}
+
+// With stand-ins answering after a delay, as the platform would.
+class HandshakeTest : public SimFixture {
+ protected:
+  static Sim::PlatformConfig slowPlatform() {
+    Sim::PlatformConfig config;
+    config.answerDelay = 1.0;
+    return config;
+  }
+  HandshakeTest() : SimFixture(slowPlatform()) {}
+};
+
+TEST_F(HandshakeTest, AVtiLeavingTheDirectoryIsWithdrawnButItsHardwareStatusStays) {
+  vtiUp(kVxlan1);
+  platform().runFor(2);
+  ASSERT_EQ(info().state(), initialized_);
+  ASSERT_TRUE(platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1));
+
+  platform().vtiDel(kVxlan1);
+  platform().runUntilIdle();
+  EXPECT_FALSE(info().activatedVti(kVxlan1));
+  EXPECT_EQ(info().state(), cleaning_);
+  EXPECT_TRUE(platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1));
+  platform().runFor(2);
+  EXPECT_EQ(info().state(), clean_);
+}
+
+TEST_F(HandshakeTest, DroppingTheMachineWithdrawsVtisUnlessARestartIsComing) {
+  vtiUp(kVxlan1);
+  platform().runFor(2);
+  platform().agentDown();
+  EXPECT_TRUE(info().activatedVti(kVxlan1));
+  platform().agentUp();
+
+  // The same machine dropped for good withdraws what it published.
+  Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> other = Fab::VXLAN::vxlanCentralSmFactory(
+      platform().acsd(), platform().vxlanInfo(), platform().vtiStatusDir(), platform().l2RibFloodSet(),
+      platform().vxlanHwStatusDir(), platform().bumStatus(), platform().vxlanBootStatus());
+  other->handleInitialized();
+  other = nullptr;
+  EXPECT_FALSE(info().activatedVti(kVxlan1));
+}
+
+// Replication decisions, with the feature up.
+class ReplicationTest : public SimFixture {
+ protected:
+  ReplicationTest() {
+    vtiUp(kVxlan1);
+    platform().runUntilIdle();
+  }
+  Mode mode() { return bum().bumReplicationMode(); }
+  void source(std::uint32_t bits) {
+    platform().l2RibFloodSet()->sourceIs(bits);
+    platform().runUntilIdle();
+  }
+  void vlanGroup(int vlan, char const* group) {
+    Rxn::Ptr<Vxlan::VtiStatus> const vti = platform().vti(kVxlan1);
+    if (group == nullptr) {
+      vti->vlanToGroupDel(Bridging::VlanId(vlan));
+    } else {
+      vti->vlanToGroupIs(Bridging::VlanId(vlan), Wire::IpAddr::fromString(group));
+    }
+    platform().runUntilIdle();
+  }
+};
+
+TEST_F(ReplicationTest, TheModeFollowsSourceBitsGroupsAndFloodLists) {
+  ASSERT_EQ(info().state(), initialized_);
+  EXPECT_EQ(mode(), Mode::bumRepNone);
+
+  vlanGroup(10, "239.1.1.10");
+  EXPECT_EQ(mode(), Mode::bumRepMulticast);
+  EXPECT_EQ(bum().bumMcastGrp(Bridging::VlanId(10)), Wire::IpAddr::fromString("239.1.1.10"));
+
+  source(4);
+  EXPECT_EQ(mode(), Mode::bumRepMulticast);
+  // A flood destination in multicast mode is not stored as such: the mode is
+  // decided again, and the change replays every set in full.
+  floodVteps(10, {"10.0.0.2", "10.0.0.3"});
+  EXPECT_EQ(mode(), Mode::bumRepHeadEnd);
+  EXPECT_EQ(bumVteps(10), "10.0.0.2 10.0.0.3");
+  EXPECT_EQ(bum().bumMcastGrps(), 0U);
+
+  // Bits 1 and 2 together: the controller wins.
+  source(6);
+  EXPECT_EQ(mode(), Mode::bumRepController);
+  EXPECT_EQ(bumVteps(10), "10.0.0.2 10.0.0.3");
+
+  // The last flood set going reviews head-end mode: multicast again.
+  source(4);
+  platform().floodSetDel(Bridging::VlanId(10), kZeroMac);
+  platform().runUntilIdle();
+  EXPECT_EQ(mode(), Mode::bumRepMulticast);
+  EXPECT_EQ(bumVteps(10), "none");
+  EXPECT_EQ(bum().bumMcastGrp(Bridging::VlanId(10)), Wire::IpAddr::fromString("239.1.1.10"));
+
+  // The last group of a VTI going reconsiders the mode: no source bit, no group.
+  source(0);
+  vlanGroup(10, nullptr);
+  EXPECT_EQ(mode(), Mode::bumRepNone);
+}
+
+TEST_F(ReplicationTest, AnUnchangedModeLeavesTheListsAlone) {
+  source(4);
+  floodVteps(20, {"10.0.0.5"});
+  ASSERT_EQ(mode(), Mode::bumRepHeadEnd);
+  // Something else wrote into a list; deciding the same mode again does not rebuild it.
+  bum().bumVtepList(Vxlan::MacVlanPair(kZeroMac, Bridging::VlanId(20)))
+      ->remoteVtepAddrIs(Wire::IpAddr::fromString("10.9.9.9"), true);
+  central().handleBumReplicationMode();
+  EXPECT_EQ(bumVteps(20), "10.0.0.5 10.9.9.9");
+  // And a list disappears when its last VTEP goes.
+  Rxn::Ptr<L2Rib::FloodSet> const set = platform().floodSet(Bridging::VlanId(20), kZeroMac);
+  set->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.5")));
+  EXPECT_EQ(bumVteps(20), "10.9.9.9");
+}
+
+TEST_F(ReplicationTest, FloodSetTypesMapToListTypes) {
+  source(4);
+  Rxn::Ptr<L2Rib::FloodSet> const set = platform().floodSet(Bridging::VlanId(30), kZeroMac);
+  set->floodSetTypeIs(L2Rib::FloodSetType::floodSetTypeAny);
+  floodVteps(30, {"10.0.0.6"});
+  auto list = [this] { return bum().bumVtepList(Vxlan::MacVlanPair(kZeroMac, Bridging::VlanId(30))); };
+  EXPECT_EQ(list()->bumVtepIpListType(), Vxlan::BumVtepIpListType::bumVtepIpSendToAny);
+  set->floodSetTypeIs(L2Rib::FloodSetType::floodSetTypeAll);
+  EXPECT_EQ(list()->bumVtepIpListType(), Vxlan::BumVtepIpListType::bumVtepIpSendToAll);
+  // An unknown type leaves the list's type as it was.
+  set->floodSetTypeIs(static_cast<L2Rib::FloodSetType>(9));
+  EXPECT_EQ(list()->bumVtepIpListType(), Vxlan::BumVtepIpListType::bumVtepIpSendToAll);
+}
+
+TEST_F(ReplicationTest, ACleaningFeatureReplicatesNothing) {
+  source(4);
+  floodVteps(10, {"10.0.0.2"});
+  vtiUp(kVxlan2);
+  vtiUp(kVxlan1, false);
+  ASSERT_EQ(mode(), Mode::bumRepHeadEnd);
+  // Before the sub-machines answer: the feature cleans, replicating nothing.
+  platform().vti(kVxlan2)->operStatusIs(Interface::IntfOperStatus::intfOperDown);
+  EXPECT_EQ(info().state(), cleaning_);
+  EXPECT_EQ(mode(), Mode::bumRepNone);
+  EXPECT_EQ(bum().bumVtepLists(), 0U);
+}
+
+using ReplicationDeathTest = ReplicationTest;
+
+TEST_F(ReplicationDeathTest, AFloodDestinationThatIsNoVtepEndsTheProcess) {
+  source(4);
+  floodVteps(10, {"10.0.0.2"});
+  L2Rib::Dest port;
+  port.destTypeIs(L2Rib::DestType::destTypeIntf);
+  port.intfIs(Wire::IntfId("Ethernet1"));
+  EXPECT_DEATH(platform().floodSet(Bridging::VlanId(10), kZeroMac)->destSetIs(port, true),
+               literal("dest.destType() == L2Rib::destTypeVxlan()"));
+}
+
+// A hitless restart: the lists of the previous life stay where L2Rib
+// confirms them, and the rest goes.
+class HitlessRestartTest : public SimFixture {};
+
+TEST_F(HitlessRestartTest, ConfirmedEntriesStayAndStaleOnesGo) {
+  vtiUp(kVxlan1);
+  platform().l2RibFloodSet()->sourceIs(4);
+  floodVteps(10, {"10.0.0.2", "10.0.0.3"});
+  floodVteps(20, {"10.0.0.4"});
+  ASSERT_EQ(bum().bumReplicationMode(), Mode::bumRepHeadEnd);
+
+  platform().agentDown();
+  // While the agent is away, L2Rib loses a VTEP and a whole list.
+  platform().floodSet(Bridging::VlanId(10), kZeroMac)->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.3")));
+  platform().floodSetDel(Bridging::VlanId(20), kZeroMac);
+  // The lists as the previous life left them: the restart starts from these.
+  EXPECT_EQ(bumVteps(10), "10.0.0.2 10.0.0.3");
+  EXPECT_EQ(bumVteps(20), "10.0.0.4");
+  platform().agentUp();
+
+  EXPECT_EQ(bum().bumReplicationMode(), Mode::bumRepHeadEnd);
+  EXPECT_EQ(bumVteps(10), "10.0.0.2");
+  EXPECT_EQ(bumVteps(20), "none");
+  EXPECT_FALSE(central().inHitlessRestart());
+  EXPECT_TRUE(central().hitlessRestartEntries().empty());
+  EXPECT_TRUE(platform().vxlanBootStatus()->stageBumVtepListReady());
+  // A VTI is up: the later stages belong to the VNI and MAC machines.
+  EXPECT_FALSE(platform().vxlanBootStatus()->stageVlanVniMappingReady());
+}
+
+TEST_F(HitlessRestartTest, WithNoVtiUpEveryRecoveryStageIsReadyAtOnce) {
+  platform().agentDown();
+  platform().agentUp();
+  Fab::VXLAN::VxlanBootStatus const& boot = *platform().vxlanBootStatus();
+  EXPECT_TRUE(boot.stageBumVtepListReady());
+  EXPECT_TRUE(boot.stageVlanVniMappingReady());
+  EXPECT_TRUE(boot.stageRemoteMacsReady());
+}
+
+// Toggles are read once per process: each case runs in a process of its own.
+class ToggleDeathTest : public SimFixture {
+ protected:
+  ToggleDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+  // Whether the CLI flood lists are ignored in controller mode, for a VTI in
+  // controller client mode and flood sets without the configured lists.
+  bool ignoresCliFloodLists() {
+    platform().vti(kVxlan1)->controllerClientModeIs(true);
+    vtiUp(kVxlan1);
+    platform().l2RibFloodSet()->sourceIs(2);
+    platform().runUntilIdle();
+    return bum().bumReplicationMode() == Mode::bumRepController && central().ignoreCliFloodLists();
+  }
+};
+
+TEST_F(ToggleDeathTest, PerVniControlPlaneDecidesWhetherCliFloodListsCount) {
+  ::setenv("FABVXLAN_TOGGLE_PerVniControlPlane", "off", 1);
+  EXPECT_EXIT(std::exit(ignoresCliFloodLists() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  ::setenv("FABVXLAN_TOGGLE_PerVniControlPlane", "on", 1);
+  EXPECT_EXIT(std::exit(ignoresCliFloodLists() ? 1 : 0), ::testing::ExitedWithCode(0), "");
+  ::unsetenv("FABVXLAN_TOGGLE_PerVniControlPlane");
+}
+
+}  // namespace
+}  // namespace FabTest

@@ -1,0 +1,90 @@
+// Scenarios of the simulated platform: a bad one is refused whole, with one
+// line that names the file, the step and the fault; a good one shows state.
+
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include "sim/ScenarioRunner.h"
+
+namespace {
+
+std::string errorOf(std::string const& json) {
+  try {
+    Sim::parseScenario(json, "bad.json");
+  } catch (Sim::ScenarioError const& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+std::string steps(std::string const& list) { return R"({"steps": [)" + list + "]}"; }
+
+TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
+  struct Case {
+    std::string json;
+    std::string error;
+  };
+  std::vector<Case> const cases = {
+      {"{", "bad.json: bad JSON at line 1, column 2: Missing a name for object member."},
+      {"[]", "bad.json: a scenario must be an object"},
+      {R"({"steps": [], "colour": 1})", "bad.json: unknown key 'colour' in the scenario (expected description, "
+                                       "platform, toggles, steps)"},
+      {R"({"description": "x"})", "bad.json: 'steps' must be a list of steps"},
+      {R"({"platform": {"answerDelay": -1}, "steps": []})", "bad.json: 'answerDelay' must not be negative"},
+      {R"({"toggles": {"PerVniControlPlane": "off"}, "steps": []})",
+       "bad.json: toggle 'PerVniControlPlane' must be true or false"},
+      {steps(R"({"at": 0, "wait": 3})"), "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, "
+                                        "floodSet, l2rib, bridging, restart, agent)"},
+      {steps(R"({"at": 0})"), "bad.json: step 1: a step needs vti, floodSet, l2rib, bridging, restart, agent or show"},
+      {steps(R"({"at": 2, "show": true}, {"at": 1, "show": true})"),
+       "bad.json: step 2: 'at' goes back in time, to 1 after 2"},
+      {steps(R"({"vti": {"name": "Ethernet1", "operStatus": "up"}})"),
+       "bad.json: step 1: bad interface 'Ethernet1': a VTI is named Vxlan<number>"},
+      {steps(R"({"vti": {"name": "Vxlan1", "operStatus": "sideways"}})"),
+       "bad.json: step 1: bad operStatus 'sideways': expected up or down"},
+      {steps(R"({"vti": {"name": "Vxlan1", "vlanToGroup": {"5000": "239.1.1.1"}}})"),
+       "bad.json: step 1: bad VLAN '5000': VlanId::value < 1 or > 4094 not allowed"},
+      {steps(R"({"vti": {"name": "Vxlan1", "floodMcastGrp": "239.1.1"}})"),
+       "bad.json: step 1: bad group '239.1.1': bad IPv4 address '239.1.1'"},
+      {steps(R"({"floodSet": {"vlan": 10, "mac": "00:11", "add": []}})"),
+       "bad.json: step 1: bad MAC '00:11': bad MAC address '00:11': expected 0011.2233.4455"},
+      {steps(R"({"floodSet": {"vlan": 10, "mac": "0000.0000.0000", "type": "some"}})"),
+       "bad.json: step 1: bad flood set type 'some': expected all, any or a number"},
+      {steps(R"({"vti": {"name": "Vxlan1"}, "l2rib": {"source": 4}})"),
+       "bad.json: step 1: a step does one thing: vti, floodSet, l2rib, bridging, restart or agent"},
+      {steps(R"({"restart": "cold"})"), "bad.json: step 1: 'restart' takes \"hitless\""},
+      {steps(R"({"bridging": {"vlan": 10, "adminState": "half"}})"),
+       "bad.json: step 1: bad adminState 'half': expected active, suspended or shutdown"},
+  };
+  for (Case const& c : cases) {
+    EXPECT_EQ(errorOf(c.json), c.error) << c.json;
+  }
+  EXPECT_THROW(Sim::loadScenario("/nonexistent/scenario.json"), Sim::ScenarioError);
+}
+
+TEST(Scenario, AGoodScenarioShowsWhatItAsksForAndTheEnd) {
+  Sim::Scenario const scenario = Sim::parseScenario(steps(R"(
+      {"at": 0, "vti": {"name": "Vxlan1", "vlanToGroup": {"10": "239.1.1.10"}, "operStatus": "up"}},
+      {"at": 1, "show": "up"},
+      {"at": 2, "vti": {"name": "Vxlan1", "delete": true}, "show": true})"),
+                                                    "good.json");
+  std::vector<Sim::Snapshot> const snapshots = Sim::runScenario(scenario);
+  ASSERT_EQ(snapshots.size(), 3U);
+  EXPECT_EQ(snapshots[0].label, "up");
+  EXPECT_EQ(snapshots[0].states[0], (std::pair<std::string, std::string>("Feature", "initialized_")));
+  EXPECT_EQ(snapshots[0].bumReplicationMode, "bumRepMulticast");
+  EXPECT_EQ(snapshots[0].bumMcastGrp, (std::vector<std::pair<int, std::string>>{{10, "239.1.1.10"}}));
+  EXPECT_EQ(snapshots[1].label, "vti Vxlan1 deleted");
+  EXPECT_EQ(snapshots[2].label, "end of scenario");
+  EXPECT_EQ(snapshots[2].states[0].second, "clean_");
+
+  // The JSON form carries the same snapshots.
+  rapidjson::Document json;
+  json.Parse(Sim::renderJson("good.json", snapshots).c_str());
+  ASSERT_FALSE(json.HasParseError());
+  ASSERT_EQ(json["snapshots"].Size(), 3U);
+  EXPECT_STREQ(json["snapshots"][0]["bumMcastGrp"]["10"].GetString(), "239.1.1.10");
+  EXPECT_STREQ(json["snapshots"][2]["states"]["Feature"].GetString(), "clean_");
+}
+
+}  // namespace
