@@ -1,5 +1,6 @@
 #include "sim/SimPlatform.h"
 
+#include <functional>
 #include <limits>
 
 RXN_TRACE_MODULE("FabVxlanSim");
@@ -9,6 +10,32 @@ namespace Sim {
 using Fab::VXLAN::FabVxlanInfo;
 using Fab::VXLAN::FabVxlanState;
 using Fab::VXLAN::VxlanBootStatus;
+
+// A platform answer that comes the answer delay after it was asked for; a
+// delay of 0 answers at the next turn, never within the asking handler.
+class DelayedAnswer {
+ public:
+  DelayedAnswer(double delay, std::function<void()> answer)
+      : delay_(delay), answer_(std::move(answer)), clock_(new RxnClock(Rxn::ActivityFacility::clock(), this)) {
+    clock_->hasNotificationActiveIs(true);
+  }
+  ~DelayedAnswer() { clock_->timeMinIs(std::numeric_limits<double>::infinity()); }
+  void ask() { clock_->timeMinIs(delay_ > 0 ? Rxn::System::currentTime() + delay_ : 0.0); }
+
+ private:
+  class RxnClock : public Rxn::Reactor<DelayedAnswer, Rxn::Clock const> {
+   public:
+    using Reactor::Reactor;
+    void onTime() override {
+      if (rxnMarkedForDeletion()) return;
+      owner()->answer_();
+    }
+  };
+
+  double delay_;
+  std::function<void()> answer_;
+  Rxn::Ptr<RxnClock> clock_;
+};
 
 // Stands in for a sub-machine of the feature: follows FabVxlanInfo::state
 // and answers in the machine's sub-state as its handshake with the hardware
@@ -22,13 +49,13 @@ class SubStateStandIn : public Rxn::PtrInterface {
       : name_(std::move(name)),
         get_(get),
         set_(set),
-        delay_(delay),
         info_(new RxnVxlanInfo(info, this)),
-        answer_(new RxnAnswer(Rxn::ActivityFacility::clock(), this)) {
+        answer_(delay, [this] {
+          RXN_TRACE(7, name_ << " answered " << answerState_);
+          (info_->notifier().get()->*set_)(answerState_);
+        }) {
     info_->hasNotificationActiveIs(true);
-    answer_->hasNotificationActiveIs(true);
   }
-  ~SubStateStandIn() override { answer_->timeMinIs(std::numeric_limits<double>::infinity()); }
 
   std::string const& name() const { return name_; }
 
@@ -61,33 +88,20 @@ class SubStateStandIn : public Rxn::PtrInterface {
       owner()->handleState();
     }
   };
-  class RxnAnswer : public Rxn::Reactor<SubStateStandIn, Rxn::Clock const> {
-   public:
-    using Reactor::Reactor;
-    void onTime() override {
-      if (rxnMarkedForDeletion()) return;
-      owner()->answer();
-    }
-  };
 
   void begin(FabVxlanState requested, FabVxlanState answer) {
-    RXN_TRACE(7, name_ << " requests " << requested << ", the platform answers " << answer << " in " << delay_ << "s");
+    RXN_TRACE(7, name_ << " requests " << requested << ", the platform will answer " << answer);
     answerState_ = answer;
     (info_->notifier().get()->*set_)(requested);
-    answer_->timeMinIs(delay_ > 0 ? Rxn::System::currentTime() + delay_ : 0.0);
-  }
-  void answer() {
-    RXN_TRACE(7, name_ << " answered " << answerState_);
-    (info_->notifier().get()->*set_)(answerState_);
+    answer_.ask();
   }
 
   std::string name_;
   Getter get_;
   Setter set_;
-  double delay_;
   FabVxlanState answerState_ = FabVxlanState::clean_;
   Rxn::Ptr<RxnVxlanInfo> info_;
-  Rxn::Ptr<RxnAnswer> answer_;
+  DelayedAnswer answer_;
 };
 
 // Stands in for a sub-machine's part in a hitless restart: once the stage
@@ -98,20 +112,18 @@ class StageStandIn : public Rxn::PtrInterface {
   using Setter = void (VxlanBootStatus::*)(bool const&);
 
   StageStandIn(std::string name, Rxn::Ptr<VxlanBootStatus> const& boot, Getter before, Setter stage, double delay)
-      : name_(std::move(name)),
-        before_(before),
-        stage_(stage),
-        delay_(delay),
+      : before_(before),
         boot_(new RxnBootStatus(boot, this)),
-        answer_(new RxnAnswer(Rxn::ActivityFacility::clock(), this)) {
+        answer_(delay, [this, name = std::move(name), stage] {
+          RXN_TRACE(7, name << " publishes its restart stage");
+          (boot_->notifier().get()->*stage)(true);
+        }) {
     boot_->hasNotificationActiveIs(true);
-    answer_->hasNotificationActiveIs(true);
   }
-  ~StageStandIn() override { answer_->timeMinIs(std::numeric_limits<double>::infinity()); }
 
   void handleBootStatus() {
     if ((boot_->notifier().get()->*before_)()) {
-      answer_->timeMinIs(delay_ > 0 ? Rxn::System::currentTime() + delay_ : 0.0);
+      answer_.ask();
     }
   }
 
@@ -129,22 +141,10 @@ class StageStandIn : public Rxn::PtrInterface {
       owner()->handleBootStatus();
     }
   };
-  class RxnAnswer : public Rxn::Reactor<StageStandIn, Rxn::Clock const> {
-   public:
-    using Reactor::Reactor;
-    void onTime() override {
-      if (rxnMarkedForDeletion()) return;
-      RXN_TRACE(7, owner()->name_ << " publishes its restart stage");
-      (owner()->boot_->notifier().get()->*owner()->stage_)(true);
-    }
-  };
 
-  std::string name_;
   Getter before_;
-  Setter stage_;
-  double delay_;
   Rxn::Ptr<RxnBootStatus> boot_;
-  Rxn::Ptr<RxnAnswer> answer_;
+  DelayedAnswer answer_;
 };
 
 Platform::Platform(PlatformConfig const& config) : config_(config) {

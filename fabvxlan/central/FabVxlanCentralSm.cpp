@@ -158,30 +158,26 @@ void VxlanCentralSm::updateVxlanState() {
   }
 }
 
-bool VxlanCentralSm::isVtiOperStatusUp() const {
+template <class Predicate>
+bool VxlanCentralSm::anyVti(Predicate&& predicate) const {
   Rxn::Ptr<Vxlan::VtiStatusDir const> const dir = vtiStatusDir();
   if (!dir) {
     return false;
   }
   for (auto const& [intfId, vti] : dir->vtiStatus()) {
-    if (vti->operStatus() == Interface::IntfOperStatus::intfOperUp) {
+    if (predicate(*vti)) {
       return true;
     }
   }
   return false;
 }
 
+bool VxlanCentralSm::isVtiOperStatusUp() const {
+  return anyVti([](Vxlan::VtiStatus const& vti) { return vti.operStatus() == Interface::IntfOperStatus::intfOperUp; });
+}
+
 bool VxlanCentralSm::isControllerClientMode() const {
-  Rxn::Ptr<Vxlan::VtiStatusDir const> const dir = vtiStatusDir();
-  if (!dir) {
-    return false;
-  }
-  for (auto const& [intfId, vti] : dir->vtiStatus()) {
-    if (vti->controllerClientMode()) {
-      return true;
-    }
-  }
-  return false;
+  return anyVti([](Vxlan::VtiStatus const& vti) { return vti.controllerClientMode(); });
 }
 
 // --- BUM replication ------------------------------------------------------------
@@ -192,16 +188,7 @@ std::uint32_t VxlanCentralSm::l2RibSource() const {
 }
 
 bool VxlanCentralSm::isBumRepMulticast() const {
-  Rxn::Ptr<Vxlan::VtiStatusDir const> const dir = vtiStatusDir();
-  if (!dir) {
-    return false;
-  }
-  for (auto const& [intfId, vti] : dir->vtiStatus()) {
-    if (!vti->vlanToGroup().empty() || !!vti->floodMcastGrp()) {
-      return true;
-    }
-  }
-  return false;
+  return anyVti([](Vxlan::VtiStatus const& vti) { return !vti.vlanToGroup().empty() || !!vti.floodMcastGrp(); });
 }
 
 bool VxlanCentralSm::ignoreCliFloodLists() const {

@@ -184,6 +184,9 @@ class VxlanCentralSm : public Fab::FabBaseSm {
 
  private:
   bool allAt(FabVxlanState state) const;
+  // Whether some VTI of the directory satisfies the predicate.
+  template <class Predicate>
+  bool anyVti(Predicate&& predicate) const;
   std::uint32_t l2RibSource() const;
   void replayFloodSets();
   void recordRestartEntries();
