@@ -21,11 +21,13 @@ class CountingReactor : public Counter::NotifieeConst {
     hasNotificationActiveIs(true);
   }
   void onValue() override {
-    if (rxnMarkedForDeletion()) return;
+    if (rxnMarkedForDeletion())
+      return;
     ++*count_;
   }
   void onEntries(std::uint32_t const&) override {
-    if (rxnMarkedForDeletion()) return;
+    if (rxnMarkedForDeletion())
+      return;
     ++*count_;
   }
 
@@ -35,7 +37,9 @@ class CountingReactor : public Counter::NotifieeConst {
 
 }  // namespace
 
-Observer* makeCountingObserver(std::uint64_t* count) { return new CountingObserver(count); }
+Observer* makeCountingObserver(std::uint64_t* count) {
+  return new CountingObserver(count);
+}
 
 Rxn::Ptr<Counter::NotifieeConst> makeCountingReactor(Rxn::Ptr<Counter const> const& counter, std::uint64_t* count) {
   return new CountingReactor(counter, count);

@@ -113,12 +113,15 @@ class FollowerSm : public Fab::FabBaseSm {
    public:
     using Reactor::Reactor;
     void onMember(std::uint32_t const& key) override {
-      if (rxnMarkedForDeletion()) return;
+      if (rxnMarkedForDeletion())
+        return;
       owner()->member_.follow(owner(), notifier()->member(), key);
     }
   };
   FollowerSm(Rxn::Ptr<Fab::FabCommonSmData> const& acsd, Rxn::Ptr<Source const> const& source)
-      : FabBaseSm(acsd), source_(reactors(), new RxnSource(source, this)), member_(reactors(), "FollowerSm", "member") {}
+      : FabBaseSm(acsd),
+        source_(reactors(), new RxnSource(source, this)),
+        member_(reactors(), "FollowerSm", "member") {}
 
  private:
   Rxn::ReactorPtr<RxnSource> source_;

@@ -96,7 +96,9 @@ Bridging::VlanId vlanAt(Context const& ctx, Json const& object, char const* key)
     ctx.fail(std::string("missing '") + key + "'");
   }
   Json const& value = object[key];
-  std::string const text = value.IsString() ? value.GetString() : value.IsInt64() ? std::to_string(value.GetInt64()) : "";
+  std::string const text = value.IsString()  ? value.GetString()
+                           : value.IsInt64() ? std::to_string(value.GetInt64())
+                                             : "";
   if (text.empty()) {
     ctx.fail(std::string("'") + key + "' must be a VLAN number");
   }
@@ -186,8 +188,10 @@ Step vtiStep(Context const& ctx, Json const& spec) {
 L2Rib::FloodSetType floodSetTypeOf(Context const& ctx, Json const& value) {
   if (value.IsString()) {
     std::string const text = value.GetString();
-    if (text == "all") return L2Rib::FloodSetType::floodSetTypeAll;
-    if (text == "any") return L2Rib::FloodSetType::floodSetTypeAny;
+    if (text == "all")
+      return L2Rib::FloodSetType::floodSetTypeAll;
+    if (text == "any")
+      return L2Rib::FloodSetType::floodSetTypeAny;
     ctx.fail("bad flood set type '" + text + "': expected all, any or a number");
   }
   if (!value.IsUint() || value.GetUint() > 255) {
@@ -212,9 +216,12 @@ Step floodSetStep(Context const& ctx, Json const& spec) {
   std::vector<Wire::IpAddr> const add = addressesAt(ctx, spec, "add");
   std::vector<Wire::IpAddr> const remove = addressesAt(ctx, spec, "remove");
   step.what = where;
-  if (hasType) step.what += " type " + Rxn::valueToString(type);
-  for (Wire::IpAddr const& vtep : add) step.what += " +" + vtep.stringValue();
-  for (Wire::IpAddr const& vtep : remove) step.what += " -" + vtep.stringValue();
+  if (hasType)
+    step.what += " type " + Rxn::valueToString(type);
+  for (Wire::IpAddr const& vtep : add)
+    step.what += " +" + vtep.stringValue();
+  for (Wire::IpAddr const& vtep : remove)
+    step.what += " -" + vtep.stringValue();
   step.action = [vlan, mac, hasType, type, add, remove](Platform& platform) {
     Rxn::Ptr<L2Rib::FloodSet> const floodSet = platform.floodSet(vlan, mac);
     if (hasType) {
@@ -323,8 +330,7 @@ Step parseStep(Context const& ctx, Json const& spec, double previousAt) {
   if (spec.HasMember("at")) {
     step.at = numberAt(ctx, spec, "at");
     if (step.at < previousAt) {
-      ctx.fail("'at' goes back in time, to " + Rxn::format("%g", step.at) + " after " +
-               Rxn::format("%g", previousAt));
+      ctx.fail("'at' goes back in time, to " + Rxn::format("%g", step.at) + " after " + Rxn::format("%g", previousAt));
     }
   }
   if (spec.HasMember("show")) {
@@ -351,8 +357,10 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
       ctx.fail("'answerDelay' must not be negative");
     }
   }
-  if (spec.HasMember("vtepGroupSupported")) config.vtepGroupSupported = boolAt(ctx, spec, "vtepGroupSupported");
-  if (spec.HasMember("hitlessRestart")) config.hitlessRestartSupported = boolAt(ctx, spec, "hitlessRestart");
+  if (spec.HasMember("vtepGroupSupported"))
+    config.vtepGroupSupported = boolAt(ctx, spec, "vtepGroupSupported");
+  if (spec.HasMember("hitlessRestart"))
+    config.hitlessRestartSupported = boolAt(ctx, spec, "hitlessRestart");
   return config;
 }
 
@@ -384,8 +392,10 @@ Scenario parseScenario(std::string const& jsonText, std::string const& name) {
   expectKeys(ctx, document, "the scenario", {"description", "platform", "toggles", "steps"});
   Scenario scenario;
   scenario.name = name;
-  if (document.HasMember("description")) scenario.description = stringAt(ctx, document, "description");
-  if (document.HasMember("platform")) scenario.platform = platformOf(ctx, document["platform"]);
+  if (document.HasMember("description"))
+    scenario.description = stringAt(ctx, document, "description");
+  if (document.HasMember("platform"))
+    scenario.platform = platformOf(ctx, document["platform"]);
   if (document.HasMember("toggles")) {
     for (auto const& toggle : objectAt(ctx, document["toggles"], "'toggles'").GetObject()) {
       if (!toggle.value.IsBool()) {

@@ -67,8 +67,7 @@ Snapshot takeSnapshot(Platform& platform, std::string const& label) {
   }
   std::sort(s.bumMcastGrp.begin(), s.bumMcastGrp.end());
   for (auto const& [key, list] : bum.bumVtepList()) {
-    s.bumVtepLists.push_back(
-        {key.mac().stringValue(), key.vlanId().value(), listType(list->bumVtepIpListType()), {}});
+    s.bumVtepLists.push_back({key.mac().stringValue(), key.vlanId().value(), listType(list->bumVtepIpListType()), {}});
     for (auto const& [vtep, member] : list->remoteVtepAddr()) {
       s.bumVtepLists.back().vteps.push_back(vtep.stringValue());
     }
@@ -142,7 +141,8 @@ std::string renderJson(std::string const& scenario, std::vector<Snapshot> const&
     w.EndObject();
     w.Key("standIns");
     w.StartArray();
-    for (std::string const& name : s.standIns) w.String(name.c_str());
+    for (std::string const& name : s.standIns)
+      w.String(name.c_str());
     w.EndArray();
     w.Key("controllerClientMode");
     w.Bool(s.controllerClientMode);
@@ -150,7 +150,8 @@ std::string renderJson(std::string const& scenario, std::vector<Snapshot> const&
     w.Bool(s.datapathLearning);
     w.Key("activatedVti");
     w.StartArray();
-    for (std::string const& vti : s.activatedVti) w.String(vti.c_str());
+    for (std::string const& vti : s.activatedVti)
+      w.String(vti.c_str());
     w.EndArray();
     w.Key("bumReplicationMode");
     w.String(s.bumReplicationMode.c_str());
@@ -173,7 +174,8 @@ std::string renderJson(std::string const& scenario, std::vector<Snapshot> const&
       w.String(list.type.c_str());
       w.Key("vteps");
       w.StartArray();
-      for (std::string const& vtep : list.vteps) w.String(vtep.c_str());
+      for (std::string const& vtep : list.vteps)
+        w.String(vtep.c_str());
       w.EndArray();
       w.EndObject();
     }

@@ -27,7 +27,8 @@ class DelayedAnswer {
    public:
     using Reactor::Reactor;
     void onTime() override {
-      if (rxnMarkedForDeletion()) return;
+      if (rxnMarkedForDeletion())
+        return;
       owner()->answer_();
     }
   };
@@ -46,11 +47,7 @@ class SubStateStandIn : public Rxn::PtrInterface {
   using Setter = void (FabVxlanInfo::*)(FabVxlanState const&);
 
   SubStateStandIn(std::string name, Rxn::Ptr<FabVxlanInfo> const& info, Getter get, Setter set, double delay)
-      : name_(std::move(name)),
-        get_(get),
-        set_(set),
-        info_(new RxnVxlanInfo(info, this)),
-        answer_(delay, [this] {
+      : name_(std::move(name)), get_(get), set_(set), info_(new RxnVxlanInfo(info, this)), answer_(delay, [this] {
           RXN_TRACE(7, name_ << " answered " << answerState_);
           (info_->notifier().get()->*set_)(answerState_);
         }) {
@@ -84,7 +81,8 @@ class SubStateStandIn : public Rxn::PtrInterface {
    public:
     using Reactor::Reactor;
     void onState() override {
-      if (rxnMarkedForDeletion()) return;
+      if (rxnMarkedForDeletion())
+        return;
       owner()->handleState();
     }
   };
@@ -112,9 +110,7 @@ class StageStandIn : public Rxn::PtrInterface {
   using Setter = void (VxlanBootStatus::*)(bool const&);
 
   StageStandIn(std::string name, Rxn::Ptr<VxlanBootStatus> const& boot, Getter before, Setter stage, double delay)
-      : before_(before),
-        boot_(new RxnBootStatus(boot, this)),
-        answer_(delay, [this, name = std::move(name), stage] {
+      : before_(before), boot_(new RxnBootStatus(boot, this)), answer_(delay, [this, name = std::move(name), stage] {
           RXN_TRACE(7, name << " publishes its restart stage");
           (boot_->notifier().get()->*stage)(true);
         }) {
@@ -137,7 +133,8 @@ class StageStandIn : public Rxn::PtrInterface {
 
    private:
     void forward() {
-      if (rxnMarkedForDeletion()) return;
+      if (rxnMarkedForDeletion())
+        return;
       owner()->handleBootStatus();
     }
   };
@@ -173,16 +170,16 @@ void Platform::start() {
 
 void Platform::buildMachines() {
   central_ = Fab::VXLAN::vxlanCentralSmFactory(acsd_, vxlanInfo_, vtiStatusDir_, l2RibFloodSet_, vxlanHwStatusDir_,
-                                                bumStatus_, vxlanBootStatus_);
+                                               bumStatus_, vxlanBootStatus_);
   central_->vtepGroupSupportedIs(config_.vtepGroupSupported);
   if (!config_.standIns) {
     return;
   }
   double const delay = config_.answerDelay;
-  standIns_.push_back(new SubStateStandIn("VtepSm", vxlanInfo_, &FabVxlanInfo::vtepSmState,
-                                          &FabVxlanInfo::vtepSmStateIs, delay));
-  standIns_.push_back(new SubStateStandIn("VniSm", vxlanInfo_, &FabVxlanInfo::vniSmState,
-                                          &FabVxlanInfo::vniSmStateIs, delay));
+  standIns_.push_back(
+      new SubStateStandIn("VtepSm", vxlanInfo_, &FabVxlanInfo::vtepSmState, &FabVxlanInfo::vtepSmStateIs, delay));
+  standIns_.push_back(
+      new SubStateStandIn("VniSm", vxlanInfo_, &FabVxlanInfo::vniSmState, &FabVxlanInfo::vniSmStateIs, delay));
   standIns_.push_back(new SubStateStandIn("VxlanMacAddrSm", vxlanInfo_, &FabVxlanInfo::vxlanMacSmState,
                                           &FabVxlanInfo::vxlanMacSmStateIs, delay));
   if (config_.vtepGroupSupported) {
@@ -194,8 +191,7 @@ void Platform::buildMachines() {
   stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_,
                                             &VxlanBootStatus::stageVlanVniMappingReady,
                                             &VxlanBootStatus::stageRemoteMacsReadyIs, delay));
-  stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_,
-                                            &VxlanBootStatus::stageRemoteMacsReady,
+  stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_, &VxlanBootStatus::stageRemoteMacsReady,
                                             &VxlanBootStatus::stageReevaluateRmacsDoneIs, delay));
 }
 
@@ -211,12 +207,13 @@ void Platform::startMachines() {
   central_->handleInitialized();
 }
 
-void Platform::agentDown() {
+void Platform::agentDown(Shutdown how) {
   if (!agentRunning()) {
     return;
   }
-  RXN_TRACE(1, "the agent goes down for a hitless restart");
-  central_->disableCleanupOnRestartIs(true);
+  bool const restarting = how == Shutdown::forRestart;
+  RXN_TRACE(1, "the agent goes down" << (restarting ? " for a hitless restart" : " for good"));
+  central_->disableCleanupOnRestartIs(restarting);
   central_ = nullptr;
   standIns_.clear();
   stageStandIns_.clear();
@@ -227,9 +224,8 @@ void Platform::agentUp() {
     return;
   }
   RXN_TRACE(1, "the agent comes back after a hitless restart");
-  // The restarted agent's feature starts at rest; the sub-machines' states
-  // are what the kept hardware says. The stages of the restart start over.
-  vxlanInfo_->stateIs(FabVxlanState::clean_);
+  // The stages of the restart start over.
+  vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
   vxlanBootStatus_->vxlanHitlessRestartSupportedIs(config_.hitlessRestartSupported);
   vxlanBootStatus_->stageBumVtepListReadyIs(false);
   vxlanBootStatus_->stageVlanVniMappingReadyIs(false);
@@ -239,7 +235,9 @@ void Platform::agentUp() {
   start();
 }
 
-void Platform::settle() { activity_.run(); }
+void Platform::settle() {
+  activity_.run();
+}
 
 std::vector<std::string> Platform::standInNames() const {
   std::vector<std::string> names;
@@ -249,7 +247,9 @@ std::vector<std::string> Platform::standInNames() const {
   return names;
 }
 
-Rxn::Ptr<Vxlan::VtiStatus> Platform::vti(Wire::IntfId const& intfId) { return vtiStatusDir_->vtiStatusIs(intfId); }
+Rxn::Ptr<Vxlan::VtiStatus> Platform::vti(Wire::IntfId const& intfId) {
+  return vtiStatusDir_->vtiStatusIs(intfId);
+}
 
 Rxn::Ptr<L2Rib::FloodSet> Platform::floodSet(Bridging::VlanId const& vlanId, Wire::EthAddr const& mac) {
   return l2RibFloodSet_->vlanFloodSetIs(vlanId)->floodSetIs(mac);

@@ -26,6 +26,9 @@ struct PlatformConfig {
   bool standIns = true;
 };
 
+// How the agent goes down: to come back hitlessly, or for good.
+enum class Shutdown { forRestart, forGood };
+
 class SubStateStandIn;
 class StageStandIn;
 
@@ -49,8 +52,10 @@ class Platform {
     agentUp();
   }
   // The two halves of a hitless restart, for a scenario that changes the
-  // world while the agent is away.
-  void agentDown();
+  // world while the agent is away. The restarted agent publishes a rested
+  // FabVxlanInfo: the feature and every sub-machine start from clean_, and
+  // the kept hardware is found again through the handshakes.
+  void agentDown(Shutdown how = Shutdown::forRestart);
   void agentUp();
   bool agentRunning() const { return !!central_; }
 

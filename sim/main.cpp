@@ -42,9 +42,8 @@ int main(int argc, char** argv) {
       return 0;
     }
     std::printf("Scenario: %s\n%s\n", scenario.name.c_str(), scenario.description.c_str());
-    Sim::runScenario(scenario, [](Sim::Snapshot const& snapshot) {
-      std::printf("\n%s", Sim::renderText(snapshot).c_str());
-    });
+    Sim::runScenario(scenario,
+                     [](Sim::Snapshot const& snapshot) { std::printf("\n%s", Sim::renderText(snapshot).c_str()); });
     return 0;
   } catch (Sim::ScenarioError const& e) {
     std::fprintf(stderr, "fabvxlan-sim: %s\n", e.what());

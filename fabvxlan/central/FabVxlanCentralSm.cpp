@@ -59,6 +59,7 @@ Rxn::Ptr<VxlanCentralSm> vxlanCentralSmFactory(Rxn::Ptr<Fab::FabCommonSmData> co
 
 void VxlanCentralSm::handleInitialized() {
   initializedIs(true);
+  forgetVanishedVtis();
   if (vxlanBootStatus_ && vxlanBootStatus_->vxlanHitlessRestartSupported() &&
       !vxlanBootStatus_->stageBumVtepListReady()) {
     RXN_TRACE(7, " hitless restart mode");
@@ -66,6 +67,8 @@ void VxlanCentralSm::handleInitialized() {
     recordRestartEntries();
   }
   vtiStatus_.forEach([](RxnVtiStatus* reactor) { reactor->handleInitialized(); });
+  // The flood-set reactor's decision on attach, held back until now.
+  handleBumReplicationMode();
   if (inHitlessRestart()) {
     removeStaleRestartEntries();
     inHitlessRestartIs(false);
@@ -78,6 +81,19 @@ void VxlanCentralSm::handleInitialized() {
       RXN_TRACE(7, " No VTIs up, ready all stages");
       vxlanBootStatus_->stageVlanVniMappingReadyIs(true);
       vxlanBootStatus_->stageRemoteMacsReadyIs(true);
+    }
+  }
+}
+
+// A VTI deleted while the agent was away has no reactor to withdraw it.
+void VxlanCentralSm::forgetVanishedVtis() {
+  Rxn::Ptr<FabVxlanInfo> const info = vxlanInfo();
+  Rxn::Ptr<Vxlan::VtiStatusDir const> const dir = vtiStatusDir();
+  for (auto it = info->activatedVti().begin(); it != info->activatedVti().end(); ++it) {
+    Wire::IntfId const intf = it.key();
+    if (!dir || !dir->vtiStatus(intf)) {
+      RXN_TRACE(7, "intf " << intf << " is gone, no longer activated");
+      info->activatedVtiDel(intf);
     }
   }
 }
@@ -202,8 +218,12 @@ bool VxlanCentralSm::ignoreCliFloodLists() const {
 
 void VxlanCentralSm::handleBumReplicationMode() {
   RXN_TRACE(8, " Current vxlanState: " << vxlanInfo()->state() << " Current bumRepMode: "
-                                        << bumStatus_->bumReplicationMode() << " Current L2Rib source: " << std::hex
-                                        << l2RibSource() << std::dec << " VtiOperStatus: " << isVtiOperStatusUp());
+                                       << bumStatus_->bumReplicationMode() << " Current L2Rib source: " << std::hex
+                                       << l2RibSource() << std::dec << " VtiOperStatus: " << isVtiOperStatusUp());
+  // Until then the published mode and lists are those of the previous life.
+  if (!initialized()) {
+    return;
+  }
   // A restart keeps the mode until it is proven wrong.
   Mode mode = inHitlessRestart() ? bumStatus_->bumReplicationMode() : Mode::bumRepNone;
   FabVxlanState const state = vxlanInfo()->state();
@@ -284,40 +304,50 @@ void VxlanCentralSm::removeStaleRestartEntries() {
 // --- RxnVxlanInfo ---------------------------------------------------------------
 
 void VxlanCentralSm::RxnVxlanInfo::onVtepSmState() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   owner()->updateVxlanState();
 }
 
 void VxlanCentralSm::RxnVxlanInfo::onVtepGroupSmState() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   owner()->updateVxlanState();
 }
 
 void VxlanCentralSm::RxnVxlanInfo::onVxlanMacSmState() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   owner()->updateVxlanState();
 }
 
 void VxlanCentralSm::RxnVxlanInfo::onVniSmState() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   owner()->updateVxlanState();
 }
 
-void VxlanCentralSm::RxnVxlanInfo::rxnReplay() { owner()->updateVxlanState(); }
+void VxlanCentralSm::RxnVxlanInfo::rxnReplay() {
+  owner()->updateVxlanState();
+}
 
 // --- RxnVtiStatusDir --------------------------------------------------------------
 
 void VxlanCentralSm::RxnVtiStatusDir::onVtiStatus(Wire::IntfId const& intfId) {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
+    return;
   owner()->vtiStatus_.follow(owner(), notifier()->vtiStatus(), intfId);
 }
 
 void VxlanCentralSm::RxnVtiStatusDir::onVtiStatusrxnImmediate() {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
+    return;
   rxnReplay();
 }
 
-void VxlanCentralSm::RxnVtiStatusDir::rxnReplay() { owner()->vtiStatus_.reconcile(owner(), notifier()->vtiStatus()); }
+void VxlanCentralSm::RxnVtiStatusDir::rxnReplay() {
+  owner()->vtiStatus_.reconcile(owner(), notifier()->vtiStatus());
+}
 
 // --- RxnVtiStatus -----------------------------------------------------------------
 
@@ -327,22 +357,26 @@ VxlanCentralSm::RxnVtiStatus::RxnVtiStatus(Rxn::Ptr<Vxlan::VtiStatus const> cons
 }
 
 void VxlanCentralSm::RxnVtiStatus::onOperStatus() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleOperStatus();
 }
 
 void VxlanCentralSm::RxnVtiStatus::onFloodMcastGrp() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleFloodGrp();
 }
 
 void VxlanCentralSm::RxnVtiStatus::onVlanToGroup(Bridging::VlanId const& vlanId) {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleVlanToGroup(vlanId);
 }
 
 void VxlanCentralSm::RxnVtiStatus::onVlanToGrouprxnImmediate() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleVlanToGroup();
 }
 
@@ -356,6 +390,11 @@ void VxlanCentralSm::RxnVtiStatus::handleInitialized() {
   }
   initialized_ = true;
   handleOperStatus();
+  // The multicast fill walks only the reactors already in place, and this
+  // one may not be among them yet.
+  if (owner()->bumStatus()->bumReplicationMode() == Mode::bumRepMulticast) {
+    handleVlanToGroup();
+  }
 }
 
 void VxlanCentralSm::RxnVtiStatus::handleOperStatus() {
@@ -435,17 +474,20 @@ void VxlanCentralSm::RxnVtiStatus::cleanup() {
 // --- RxnL2RibFloodSet -------------------------------------------------------------
 
 void VxlanCentralSm::RxnL2RibFloodSet::onSource() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleSource();
 }
 
 void VxlanCentralSm::RxnL2RibFloodSet::onVlanFloodSet(Bridging::VlanId const& vlanId) {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
+    return;
   owner()->vlanFloodSet_.follow(owner(), notifier()->vlanFloodSet(), vlanId);
 }
 
 void VxlanCentralSm::RxnL2RibFloodSet::onVlanFloodSetrxnImmediate() {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
+    return;
   reconcileVlanFloodSets();
 }
 
@@ -454,7 +496,9 @@ void VxlanCentralSm::RxnL2RibFloodSet::rxnReplay() {
   reconcileVlanFloodSets();
 }
 
-void VxlanCentralSm::RxnL2RibFloodSet::handleSource() { owner()->handleBumReplicationMode(); }
+void VxlanCentralSm::RxnL2RibFloodSet::handleSource() {
+  owner()->handleBumReplicationMode();
+}
 
 void VxlanCentralSm::RxnL2RibFloodSet::reconcileVlanFloodSets() {
   owner()->vlanFloodSet_.reconcile(owner(), notifier()->vlanFloodSet());
@@ -469,16 +513,20 @@ VxlanCentralSm::RxnVlanFloodSet::RxnVlanFloodSet(Rxn::Ptr<L2Rib::VlanFloodSet co
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::onFloodSet(Wire::EthAddr const& mac) {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
+    return;
   floodSet_.follow(this, notifier()->floodSet(), mac);
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::onFloodSetrxnImmediate() {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
+    return;
   rxnReplay();
 }
 
-void VxlanCentralSm::RxnVlanFloodSet::rxnReplay() { floodSet_.reconcile(this, notifier()->floodSet()); }
+void VxlanCentralSm::RxnVlanFloodSet::rxnReplay() {
+  floodSet_.reconcile(this, notifier()->floodSet());
+}
 
 void VxlanCentralSm::RxnVlanFloodSet::handleDel() {
   // The machine going away for a hitless restart keeps the published lists.
@@ -491,17 +539,20 @@ void VxlanCentralSm::RxnVlanFloodSet::handleDel() {
 // --- RxnFloodSet --------------------------------------------------------------------
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::onFloodSetType() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleFloodSetType();
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::onDestSet(L2Rib::Dest const& dest) {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleDestSet(dest);
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::onDestSetrxnImmediate() {
-  if (rxnMarkedForDeletion()) return;
+  if (rxnMarkedForDeletion())
+    return;
   handleDestSet();
 }
 
@@ -514,6 +565,9 @@ Vxlan::MacVlanPair VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::bumKey() const 
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::handleFloodSetType() {
+  if (!sm()->initialized()) {
+    return;
+  }
   Rxn::Ptr<Vxlan::BumVtepList> const list = sm()->bumStatus()->bumVtepList(bumKey());
   if (!list) {
     RXN_TRACE(8, "No remote VTEPs, ignoring");
@@ -534,6 +588,9 @@ void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::handleFloodSetType() {
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::handleDestSet(L2Rib::Dest const& dest) {
   VxlanCentralSm* const sm = this->sm();
   RxnVlanFloodSet* const parent = owner();
+  if (!sm->initialized()) {
+    return;
+  }
   // A new flood destination may end multicast mode.
   if (sm->bumStatus()->bumReplicationMode() == Mode::bumRepMulticast) {
     sm->handleBumReplicationMode();
@@ -577,8 +634,9 @@ void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::handleDestSet() {
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::handleDel() {
   VxlanCentralSm* const sm = this->sm();
-  // The machine going away for a hitless restart keeps the published lists.
-  if (sm->disableCleanupOnRestart() || sm->ignoreCliFloodLists()) {
+  // The machine going away for a hitless restart keeps the published lists,
+  // and one not yet initialized has not taken them over.
+  if (!sm->initialized() || sm->disableCleanupOnRestart() || sm->ignoreCliFloodLists()) {
     return;
   }
   Vxlan::MacVlanPair const key = bumKey();

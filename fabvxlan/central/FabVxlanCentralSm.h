@@ -190,6 +190,7 @@ class VxlanCentralSm : public Fab::FabBaseSm {
   std::uint32_t l2RibSource() const;
   void replayFloodSets();
   void recordRestartEntries();
+  void forgetVanishedVtis();
 
   Rxn::ReactorPtr<RxnVxlanInfo> vxlanInfo_;
   Rxn::ReactorPtr<RxnVtiStatusDir> vtiStatusDir_;

@@ -31,7 +31,9 @@ double System::wallClockTime() {
   return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
-double System::currentTime() { return tCurrent != nullptr ? tCurrent->now() : wallClockTime(); }
+double System::currentTime() {
+  return tCurrent != nullptr ? tCurrent->now() : wallClockTime();
+}
 
 // --- Clock reactors ---------------------------------------------------------
 
@@ -65,9 +67,13 @@ Clock::Clock(Activity* activity) : Entity("clock"), activity_(activity) {}
 
 Clock::~Clock() = default;
 
-double Clock::now() const { return activity_ != nullptr ? activity_->now() : System::wallClockTime(); }
+double Clock::now() const {
+  return activity_ != nullptr ? activity_->now() : System::wallClockTime();
+}
 
-std::size_t Clock::armed() const { return readyCount_ + heap_.size(); }
+std::size_t Clock::armed() const {
+  return readyCount_ + heap_.size();
+}
 
 double Clock::nextTime() const {
   if (readyHead_ != nullptr) {
@@ -307,7 +313,9 @@ Activity& Activity::current() {
   return *tCurrent;
 }
 
-double Activity::now() const { return mode_ == TimeMode::simulated ? simulatedNow_ : System::wallClockTime(); }
+double Activity::now() const {
+  return mode_ == TimeMode::simulated ? simulatedNow_ : System::wallClockTime();
+}
 
 void Activity::advanceTime(double seconds) {
   if (mode_ != TimeMode::simulated) {

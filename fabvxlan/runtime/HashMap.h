@@ -21,9 +21,9 @@
 // nothing is allocated per key. Values move when the table changes: a
 // pointer from find() is good until the next insert or delete.
 
+#include <algorithm>
 #include <cassert>
 #include <cstddef>
-#include <algorithm>
 #include <cstdint>
 #include <iterator>
 #include <new>

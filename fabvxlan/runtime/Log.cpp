@@ -75,9 +75,13 @@ bool LogHandle::okToLog(std::uint64_t hash) const {
   return true;
 }
 
-void logSinkIs(LogSink installed) { sink() = std::move(installed); }
+void logSinkIs(LogSink installed) {
+  sink() = std::move(installed);
+}
 
-void logRateLimitReset() { nextPass().clear(); }
+void logRateLimitReset() {
+  nextPass().clear();
+}
 
 String logLine(LogHandle const& handle, String const& text) {
   String const name = handle.name();
@@ -112,11 +116,14 @@ struct Conversion {
   static Conversion parse(String const& spec) {
     Conversion c;
     std::size_t i = 1;
-    while (i < spec.size() && std::strchr("-+ #0", spec[i]) != nullptr) c.flags.push_back(spec[i++]);
-    while (i < spec.size() && std::isdigit(static_cast<unsigned char>(spec[i]))) c.width.push_back(spec[i++]);
+    while (i < spec.size() && std::strchr("-+ #0", spec[i]) != nullptr)
+      c.flags.push_back(spec[i++]);
+    while (i < spec.size() && std::isdigit(static_cast<unsigned char>(spec[i])))
+      c.width.push_back(spec[i++]);
     if (i < spec.size() && spec[i] == '.') {
       c.precision.push_back(spec[i++]);
-      while (i < spec.size() && std::isdigit(static_cast<unsigned char>(spec[i]))) c.precision.push_back(spec[i++]);
+      while (i < spec.size() && std::isdigit(static_cast<unsigned char>(spec[i])))
+        c.precision.push_back(spec[i++]);
     }
     c.type = spec.back();
     return c;

@@ -23,8 +23,8 @@ namespace Rxn {
 
 class LogHandle {
  public:
-  LogHandle(char const* name, int severity, char const* format, char const* explanation,
-            char const* recommendedAction, double minInterval, double burst = 1.0, unsigned flags = 0);
+  LogHandle(char const* name, int severity, char const* format, char const* explanation, char const* recommendedAction,
+            double minInterval, double burst = 1.0, unsigned flags = 0);
 
   char const* name() const { return name_; }
   int severity() const { return severity_; }

@@ -9,9 +9,13 @@
 
 namespace Rxn {
 
-void* PtrInterface::rxnMemAlloc(std::size_t size) { return ::operator new(size); }
+void* PtrInterface::rxnMemAlloc(std::size_t size) {
+  return ::operator new(size);
+}
 
-void PtrInterface::rxnMemFree(void* memory) { ::operator delete(memory); }
+void PtrInterface::rxnMemFree(void* memory) {
+  ::operator delete(memory);
+}
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (zero) {
@@ -19,7 +23,9 @@ void PtrInterface::zeroReferencesIs(bool zero) {
   }
 }
 
-PtrInterface::~PtrInterface() { delete notifiees_; }
+PtrInterface::~PtrInterface() {
+  delete notifiees_;
+}
 
 NotifieeList& PtrInterface::notifieeListMake() const {
   if (notifiees_ == nullptr) {
@@ -28,7 +34,9 @@ NotifieeList& PtrInterface::notifieeListMake() const {
   return *notifiees_;
 }
 
-PtrInterface::NotifieeConst::~NotifieeConst() { isRegisteredNotifieeIs(false); }
+PtrInterface::NotifieeConst::~NotifieeConst() {
+  isRegisteredNotifieeIs(false);
+}
 
 void PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const> const& notifier) {
   if (notifier.get() == notifier_.get()) {

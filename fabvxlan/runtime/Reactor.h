@@ -42,12 +42,16 @@ class ReactorRegistry {
   void singleIs(ReactorHolder* holder) { singles_.push_back(holder); }
   void keyedIs(ReactorHolder* holder) { keyed_.push_back(holder); }
   void zombieAll(bool zombie) const {
-    for (ReactorHolder* holder : singles_) holder->rxnZombie(zombie);
-    for (ReactorHolder* holder : keyed_) holder->rxnZombie(zombie);
+    for (ReactorHolder* holder : singles_)
+      holder->rxnZombie(zombie);
+    for (ReactorHolder* holder : keyed_)
+      holder->rxnZombie(zombie);
   }
   void activeAll(bool active) const {
-    for (ReactorHolder* holder : singles_) holder->rxnActiveIs(active);
-    for (ReactorHolder* holder : keyed_) holder->rxnActiveIs(active);
+    for (ReactorHolder* holder : singles_)
+      holder->rxnActiveIs(active);
+    for (ReactorHolder* holder : keyed_)
+      holder->rxnActiveIs(active);
   }
 
  private:
@@ -169,8 +173,8 @@ class ReactorCollection : public ReactorHolder {
   template <class Owner>
   R* is(Owner* owner, Ptr<Watched> const& member) {
     if (!member) {
-      throwRangeException(String("null _") + attrName_ + " parameter to mutator for " + ownerClass_ + "::" +
-                          attrName_ + " not allowed");
+      throwRangeException(String("null _") + attrName_ + " parameter to mutator for " + ownerClass_ + "::" + attrName_ +
+                          " not allowed");
     }
     auto const key = member->fwkKey();
     Ptr<R> reactor;

@@ -117,7 +117,9 @@ void traceConfigIs(String const& spec) {
   }
 }
 
-void traceSinkIs(std::function<void(String const& line)> sink) { state().sink = std::move(sink); }
+void traceSinkIs(std::function<void(String const& line)> sink) {
+  state().sink = std::move(sink);
+}
 
 TraceHelper* TraceHelper::createIfEnabled(TraceHandle const& handle, int level, std::optional<TraceHelper>& buffer) {
   if (!handle.enabled(level)) {
@@ -127,9 +129,9 @@ TraceHelper* TraceHelper::createIfEnabled(TraceHandle const& handle, int level, 
 }
 
 void TraceHelper::trace(char const* file, int line, char const* function) {
-  String const text = format("%.6f %s %d %s:%d %s:", System::currentTime(), handle_.name(), level_, baseName(file),
-                             line, function) +
-                      text_.str();
+  String const text =
+      format("%.6f %s %d %s:%d %s:", System::currentTime(), handle_.name(), level_, baseName(file), line, function) +
+      text_.str();
   TraceState& s = state();
   if (s.sink) {
     s.sink(text);

@@ -68,24 +68,24 @@ void traceSinkIs(std::function<void(String const& line)> sink);
 }  // namespace Rxn
 
 // Declares the module's trace handle, reached through _defaultTraceHandle().
-#define RXN_TRACE_MODULE(moduleName)                                \
-  namespace {                                                       \
-  [[maybe_unused]] ::Rxn::TraceHandle& _defaultTraceHandle() {      \
-    static ::Rxn::TraceHandle handle(moduleName, false);            \
-    return handle;                                                  \
-  }                                                                 \
-  }                                                                 \
+#define RXN_TRACE_MODULE(moduleName)                           \
+  namespace {                                                  \
+  [[maybe_unused]] ::Rxn::TraceHandle& _defaultTraceHandle() { \
+    static ::Rxn::TraceHandle handle(moduleName, false);       \
+    return handle;                                             \
+  }                                                            \
+  }                                                            \
   static_assert(true, "")
 
-#define RXN_TRACE(level, args)                                                                       \
-  do {                                                                                               \
-    ::Rxn::TraceHandle const& rxnTraceHandle_ = _defaultTraceHandle();                               \
-    if (rxnTraceHandle_.enabled(level)) {                                                            \
-      std::optional<::Rxn::TraceHelper> rxnTraceBuffer_;                                             \
-      if (::Rxn::TraceHelper* rxnTrace_ =                                                            \
-              ::Rxn::TraceHelper::createIfEnabled(rxnTraceHandle_, level, rxnTraceBuffer_)) {         \
-        rxnTrace_->stream() << args;                                                                 \
-        rxnTrace_->trace(__FILE__, __LINE__, __func__);                                              \
-      }                                                                                              \
-    }                                                                                                \
+#define RXN_TRACE(level, args)                                                                \
+  do {                                                                                        \
+    ::Rxn::TraceHandle const& rxnTraceHandle_ = _defaultTraceHandle();                        \
+    if (rxnTraceHandle_.enabled(level)) {                                                     \
+      std::optional<::Rxn::TraceHelper> rxnTraceBuffer_;                                      \
+      if (::Rxn::TraceHelper* rxnTrace_ =                                                     \
+              ::Rxn::TraceHelper::createIfEnabled(rxnTraceHandle_, level, rxnTraceBuffer_)) { \
+        rxnTrace_->stream() << args;                                                          \
+        rxnTrace_->trace(__FILE__, __LINE__, __func__);                                       \
+      }                                                                                       \
+    }                                                                                         \
   } while (0)

@@ -146,14 +146,15 @@ class StrepParser {
 
 }  // namespace
 
-StrepNode parseStrep(String const& text) { return StrepParser(text).parseAll(); }
+StrepNode parseStrep(String const& text) {
+  return StrepParser(text).parseAll();
+}
 
 std::int64_t parseInteger(String const& text, char const* typeName) {
   char* end = nullptr;
   errno = 0;
-  long long const value = text.empty() || std::isspace(static_cast<unsigned char>(text[0]))
-                              ? 0
-                              : std::strtoll(text.c_str(), &end, 0);
+  long long const value =
+      text.empty() || std::isspace(static_cast<unsigned char>(text[0])) ? 0 : std::strtoll(text.c_str(), &end, 0);
   if (end == nullptr || *end != '\0' || errno == ERANGE) {
     throwRangeException(String("bad ") + typeName + " '" + text + "': expected a number");
   }
@@ -180,8 +181,7 @@ void throwStrepError(String const& what, StrepNode const& node) {
 }
 
 template <class T>
-  requires std::is_arithmetic_v<T>
-T ValueTraits<T>::fromStrep(StrepNode const& node) {
+requires std::is_arithmetic_v<T> T ValueTraits<T>::fromStrep(StrepNode const& node) {
   if constexpr (std::is_same_v<T, bool>) {
     if (node.kind != StrepNode::Kind::boolean) {
       throwStrepError("expected True or False", node);

@@ -33,8 +33,8 @@ namespace Rxn {
 struct StrepNode {
   enum class Kind { number, boolean, string, wrapper, record, sequence };
   Kind kind = Kind::number;
-  String text;      // number, boolean, string: the token; wrapper: the display text
-  String typeName;  // wrapper and record
+  String text;                                       // number, boolean, string: the token; wrapper: the display text
+  String typeName;                                   // wrapper and record
   std::vector<std::pair<String, StrepNode>> fields;  // record, by name
   std::vector<StrepNode> items;                      // sequence
 };
@@ -57,7 +57,7 @@ concept WrapperValue = requires(T const& t, String const& s) {
 };
 
 template <class T>
-  requires std::is_arithmetic_v<T>
+requires std::is_arithmetic_v<T>
 struct ValueTraits<T> {
   static String strep(T value) {
     if constexpr (std::is_same_v<T, bool>) {

@@ -21,7 +21,9 @@ void FabBaseSm::rxnDoZombieReactors(bool zombie) {
   rxnMarkedForDeletionIs(zombie);
 }
 
-void FabBaseSm::fabAssert(Rxn::String error) const { fabAssertFailure(error); }
+void FabBaseSm::fabAssert(Rxn::String error) const {
+  fabAssertFailure(error);
+}
 
 void FabBaseSm::hasNotificationActiveIs(bool active) {
   if (active == hasNotificationActive()) {
@@ -43,7 +45,9 @@ void FabBaseSm::zeroReferencesIs(bool zero) {
   }
 }
 
-void FabBaseHelper::fabAssert(Rxn::String error) const { fabAssertFailure(error); }
+void FabBaseHelper::fabAssert(Rxn::String error) const {
+  fabAssertFailure(error);
+}
 
 void fabAssertFailure(Rxn::String const& error) {
   if (std::getenv("FAB_NOOP_AGENT") != nullptr) {
@@ -73,14 +77,17 @@ void requestVerify(Rxn::Ptr<VerifyData const> const& verifyData) {
   }
 }
 
-void VerifyData::doRequestVerify() { reverifyInc(1); }
+void VerifyData::doRequestVerify() {
+  reverifyInc(1);
+}
 
 class VerifyHarness::RxnRunClock : public Rxn::Reactor<VerifyHarness, Rxn::Clock const> {
  public:
   RxnRunClock(Rxn::Ptr<Rxn::Clock const> const& clock, VerifyHarness* owner, Rxn::Ptr<VerifyData> verifyData)
       : Reactor(clock, owner), verifyData_(std::move(verifyData)) {}
   void onTime() override {
-    if (rxnMarkedForDeletion()) return;
+    if (rxnMarkedForDeletion())
+      return;
     verifyData_->verifyInc(1);
   }
 
@@ -92,7 +99,8 @@ class VerifyHarness::RxnReverify : public Rxn::Reactor<VerifyHarness, VerifyData
  public:
   using Reactor::Reactor;
   void onReverify() override {
-    if (rxnMarkedForDeletion()) return;
+    if (rxnMarkedForDeletion())
+      return;
     owner()->runClock_->timeMinIs(0);
   }
 };
@@ -104,7 +112,9 @@ VerifyHarness::VerifyHarness(Rxn::Ptr<VerifyData> const& verifyData)
   runClock_->hasNotificationActiveIs(true);
 }
 
-VerifyHarness::~VerifyHarness() { runClock_->timeMinIs(std::numeric_limits<double>::infinity()); }
+VerifyHarness::~VerifyHarness() {
+  runClock_->timeMinIs(std::numeric_limits<double>::infinity());
+}
 
 void VerifyData::updateCliVerifyOutput(Rxn::String function, Rxn::String text) const {
   const_cast<VerifyData*>(this)->cliVerifyOutputIs(function, text);

@@ -25,8 +25,7 @@ bool SwTunnelGroupIdManager::isSwTunnelGroupIdValid(SwTunnelGroupId const& id) c
   return id.isSingleMemberGroup() || (id.isMultiMemberGroup() && group().contains(id));
 }
 
-void SwTunnelGroupIdManager::updateSwTunnelGroupIdRefcount(SwTunnelGroupId const& newId,
-                                                           SwTunnelGroupId const& oldId) {
+void SwTunnelGroupIdManager::updateSwTunnelGroupIdRefcount(SwTunnelGroupId const& newId, SwTunnelGroupId const& oldId) {
   if (newId == oldId) {
     return;
   }

@@ -110,9 +110,10 @@ TEST_F(RollUpDeathTest, ASubStateThatLeavesInitializedFirstEndsTheProcess) {
         info().activatedVtiDel(kVxlan1);
         info().vniSmStateIs(cleaning_);
       },
-      literal("( ( vxlanInfo()->vtepSmState() == FabVxlanState::initialized_ ) && ( vtepGroupSupported() ? "
-              "vxlanInfo()->vtepGroupSmState() == FabVxlanState::initialized_ : true ) && ( vxlanInfo()->vniSmState() "
-              "== FabVxlanState::initialized_ ) && ( vxlanInfo()->vxlanMacSmState() == FabVxlanState::initialized_ ) )"));
+      literal(
+          "( ( vxlanInfo()->vtepSmState() == FabVxlanState::initialized_ ) && ( vtepGroupSupported() ? "
+          "vxlanInfo()->vtepGroupSmState() == FabVxlanState::initialized_ : true ) && ( vxlanInfo()->vniSmState() "
+          "== FabVxlanState::initialized_ ) && ( vxlanInfo()->vxlanMacSmState() == FabVxlanState::initialized_ ) )"));
 }
 
 // With stand-ins answering after a delay, as the platform would.
@@ -144,17 +145,41 @@ TEST_F(HandshakeTest, AVtiLeavingTheDirectoryIsWithdrawnButItsHardwareStatusStay
 TEST_F(HandshakeTest, DroppingTheMachineWithdrawsVtisUnlessARestartIsComing) {
   vtiUp(kVxlan1);
   platform().runFor(2);
+  Rxn::Ptr<Fab::VXLAN::FabVxlanInfo> const before = platform().vxlanInfo();
   platform().agentDown();
-  EXPECT_TRUE(info().activatedVti(kVxlan1));
+  EXPECT_TRUE(before->activatedVti(kVxlan1));
   platform().agentUp();
+  platform().runFor(2);
+  ASSERT_TRUE(info().activatedVti(kVxlan1));
 
-  // The same machine dropped for good withdraws what it published.
-  Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> other = Fab::VXLAN::vxlanCentralSmFactory(
-      platform().acsd(), platform().vxlanInfo(), platform().vtiStatusDir(), platform().l2RibFloodSet(),
-      platform().vxlanHwStatusDir(), platform().bumStatus(), platform().vxlanBootStatus());
-  other->handleInitialized();
-  other = nullptr;
-  EXPECT_FALSE(info().activatedVti(kVxlan1));
+  // The machine dropped for good withdraws what it published.
+  Rxn::Ptr<Fab::VXLAN::FabVxlanInfo> const last = platform().vxlanInfo();
+  platform().agentDown(Sim::Shutdown::forGood);
+  EXPECT_FALSE(last->activatedVti(kVxlan1));
+}
+
+TEST_F(HandshakeTest, AVtiDeletedWhileTheAgentIsAwayIsNotActivatedAfterIt) {
+  vtiUp(kVxlan1);
+  platform().runFor(2);
+  platform().agentDown();
+  platform().vtiDel(kVxlan1);
+  platform().agentUp();
+  EXPECT_EQ(info().activatedVtis(), 0U);
+  EXPECT_TRUE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  vtiUp(kVxlan2);
+  platform().runFor(2);
+  vtiUp(kVxlan2, false);
+  platform().runFor(2);
+  EXPECT_EQ(info().state(), clean_);
+}
+
+TEST_F(HandshakeTest, AnAgentRestartedInTheMiddleOfAHandshakeAsksAgain) {
+  vtiUp(kVxlan1);
+  platform().runFor(0.5);
+  ASSERT_EQ(info().vniSmState(), initializing_);
+  platform().restartHitlessly();
+  platform().runFor(2);
+  EXPECT_EQ(info().state(), initialized_);
 }
 
 // Replication decisions, with the feature up.
@@ -185,8 +210,12 @@ TEST_F(ReplicationTest, TheModeFollowsSourceBitsGroupsAndFloodLists) {
   EXPECT_EQ(mode(), Mode::bumRepNone);
 
   vlanGroup(10, "239.1.1.10");
+  vlanGroup(11, "239.1.1.11");
   EXPECT_EQ(mode(), Mode::bumRepMulticast);
   EXPECT_EQ(bum().bumMcastGrp(Bridging::VlanId(10)), Wire::IpAddr::fromString("239.1.1.10"));
+  vlanGroup(11, nullptr);
+  EXPECT_EQ(bum().bumMcastGrps(), 1U);
+  EXPECT_EQ(mode(), Mode::bumRepMulticast);
 
   source(4);
   EXPECT_EQ(mode(), Mode::bumRepMulticast);
@@ -210,8 +239,13 @@ TEST_F(ReplicationTest, TheModeFollowsSourceBitsGroupsAndFloodLists) {
   EXPECT_EQ(bumVteps(10), "none");
   EXPECT_EQ(bum().bumMcastGrp(Bridging::VlanId(10)), Wire::IpAddr::fromString("239.1.1.10"));
 
-  // The last group of a VTI going reconsiders the mode: no source bit, no group.
+  // Without the configured lists in L2Rib a flood destination stays multicast.
   source(0);
+  floodVteps(10, {"10.0.0.9"});
+  EXPECT_EQ(mode(), Mode::bumRepMulticast);
+  EXPECT_EQ(bum().bumVtepLists(), 0U);
+
+  // The last group of a VTI going reconsiders the mode: no source bit, no group.
   vlanGroup(10, nullptr);
   EXPECT_EQ(mode(), Mode::bumRepNone);
 }
@@ -221,14 +255,30 @@ TEST_F(ReplicationTest, AnUnchangedModeLeavesTheListsAlone) {
   floodVteps(20, {"10.0.0.5"});
   ASSERT_EQ(mode(), Mode::bumRepHeadEnd);
   // Something else wrote into a list; deciding the same mode again does not rebuild it.
-  bum().bumVtepList(Vxlan::MacVlanPair(kZeroMac, Bridging::VlanId(20)))
+  bum()
+      .bumVtepList(Vxlan::MacVlanPair(kZeroMac, Bridging::VlanId(20)))
       ->remoteVtepAddrIs(Wire::IpAddr::fromString("10.9.9.9"), true);
   central().handleBumReplicationMode();
   EXPECT_EQ(bumVteps(20), "10.0.0.5 10.9.9.9");
-  // And a list disappears when its last VTEP goes.
-  Rxn::Ptr<L2Rib::FloodSet> const set = platform().floodSet(Bridging::VlanId(20), kZeroMac);
-  set->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.5")));
-  EXPECT_EQ(bumVteps(20), "10.9.9.9");
+}
+
+TEST_F(ReplicationTest, AListGoesWithItsLastVtepOrItsFloodSet) {
+  Wire::EthAddr const host = Wire::EthAddr::fromString("00:00:00:00:00:01");
+  source(4);
+  floodVteps(20, {"10.0.0.5"});
+  floodVteps(21, {"10.0.0.6", "10.0.0.7"});
+  floodVteps(21, {"10.0.0.8"}, host);
+  ASSERT_EQ(mode(), Mode::bumRepHeadEnd);
+
+  platform()
+      .floodSet(Bridging::VlanId(20), kZeroMac)
+      ->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.5")));
+  EXPECT_EQ(bumVteps(20), "none");
+  // A flood set leaving its VLAN takes its list; the VLAN's other sets stay.
+  platform().l2RibFloodSet()->vlanFloodSet(Bridging::VlanId(21))->floodSetDel(host);
+  EXPECT_EQ(bumVteps(21, host), "none");
+  EXPECT_EQ(bumVteps(21), "10.0.0.6 10.0.0.7");
+  EXPECT_EQ(mode(), Mode::bumRepHeadEnd);
 }
 
 TEST_F(ReplicationTest, FloodSetTypesMapToListTypes) {
@@ -245,15 +295,21 @@ TEST_F(ReplicationTest, FloodSetTypesMapToListTypes) {
   EXPECT_EQ(list()->bumVtepIpListType(), Vxlan::BumVtepIpListType::bumVtepIpSendToAll);
 }
 
-TEST_F(ReplicationTest, ACleaningFeatureReplicatesNothing) {
+TEST_F(ReplicationTest, ACleaningFeatureReplicatesNothingUnlessARestartKeepsTheMode) {
   source(4);
   floodVteps(10, {"10.0.0.2"});
-  vtiUp(kVxlan2);
-  vtiUp(kVxlan1, false);
   ASSERT_EQ(mode(), Mode::bumRepHeadEnd);
-  // Before the sub-machines answer: the feature cleans, replicating nothing.
-  platform().vti(kVxlan2)->operStatusIs(Interface::IntfOperStatus::intfOperDown);
-  EXPECT_EQ(info().state(), cleaning_);
+  // The feature cleans, its VTI still up, before the sub-machines answer.
+  info().stateIs(cleaning_);
+  ASSERT_TRUE(central().isVtiOperStatusUp());
+
+  central().inHitlessRestartIs(true);
+  central().handleBumReplicationMode();
+  EXPECT_EQ(mode(), Mode::bumRepHeadEnd);
+  EXPECT_EQ(bumVteps(10), "10.0.0.2");
+
+  central().inHitlessRestartIs(false);
+  central().handleBumReplicationMode();
   EXPECT_EQ(mode(), Mode::bumRepNone);
   EXPECT_EQ(bum().bumVtepLists(), 0U);
 }
@@ -283,7 +339,9 @@ TEST_F(HitlessRestartTest, ConfirmedEntriesStayAndStaleOnesGo) {
 
   platform().agentDown();
   // While the agent is away, L2Rib loses a VTEP and a whole list.
-  platform().floodSet(Bridging::VlanId(10), kZeroMac)->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.3")));
+  platform()
+      .floodSet(Bridging::VlanId(10), kZeroMac)
+      ->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.3")));
   platform().floodSetDel(Bridging::VlanId(20), kZeroMac);
   // The lists as the previous life left them: the restart starts from these.
   EXPECT_EQ(bumVteps(10), "10.0.0.2 10.0.0.3");
@@ -309,26 +367,40 @@ TEST_F(HitlessRestartTest, WithNoVtiUpEveryRecoveryStageIsReadyAtOnce) {
   EXPECT_TRUE(boot.stageRemoteMacsReady());
 }
 
-// Toggles are read once per process: each case runs in a process of its own.
+// Toggles are read once per process: each case runs in a process of its own,
+// and reports what it saw as the bits of its exit code.
 class ToggleDeathTest : public SimFixture {
  protected:
   ToggleDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-  // Whether the CLI flood lists are ignored in controller mode, for a VTI in
-  // controller client mode and flood sets without the configured lists.
-  bool ignoresCliFloodLists() {
-    platform().vti(kVxlan1)->controllerClientModeIs(true);
+  enum Seen { controllerMode = 1, ignored = 2, listsKept = 4, ignoredWithConfiguredLists = 8, ignoredWithoutVcc = 16 };
+  // Controller flood sets without the configured lists, for a VTI in
+  // controller client mode; then with them; then without the client mode.
+  int whatControllerModeDoesWithCliLists() {
+    Rxn::Ptr<Vxlan::VtiStatus> const vti = platform().vti(kVxlan1);
+    vti->controllerClientModeIs(true);
     vtiUp(kVxlan1);
+    floodVteps(10, {"10.0.0.2"});
     platform().l2RibFloodSet()->sourceIs(2);
     platform().runUntilIdle();
-    return bum().bumReplicationMode() == Mode::bumRepController && central().ignoreCliFloodLists();
+    int seen = 0;
+    seen |= bum().bumReplicationMode() == Mode::bumRepController ? controllerMode : 0;
+    seen |= central().ignoreCliFloodLists() ? ignored : 0;
+    seen |= bum().bumVtepLists() > 0 ? listsKept : 0;
+    platform().l2RibFloodSet()->sourceIs(6);
+    seen |= central().ignoreCliFloodLists() ? ignoredWithConfiguredLists : 0;
+    platform().l2RibFloodSet()->sourceIs(2);
+    vti->controllerClientModeIs(false);
+    seen |= central().ignoreCliFloodLists() ? ignoredWithoutVcc : 0;
+    return seen;
   }
 };
 
 TEST_F(ToggleDeathTest, PerVniControlPlaneDecidesWhetherCliFloodListsCount) {
   ::setenv("FABVXLAN_TOGGLE_PerVniControlPlane", "off", 1);
-  EXPECT_EXIT(std::exit(ignoresCliFloodLists() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(std::exit(whatControllerModeDoesWithCliLists()), ::testing::ExitedWithCode(controllerMode | ignored), "");
   ::setenv("FABVXLAN_TOGGLE_PerVniControlPlane", "on", 1);
-  EXPECT_EXIT(std::exit(ignoresCliFloodLists() ? 1 : 0), ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(std::exit(whatControllerModeDoesWithCliLists()), ::testing::ExitedWithCode(controllerMode | listsKept),
+              "");
   ::unsetenv("FABVXLAN_TOGGLE_PerVniControlPlane");
 }
 

@@ -25,8 +25,10 @@ class Alarm : public Rxn::Clock::NotifieeConst {
     hasNotificationActiveIs(true);
   }
   void onTime() override {
-    journal_.push_back(name_ + "@" + std::to_string(std::lround(Rxn::System::currentTime() - Rxn::Activity::kSimulatedStart)));
-    if (rearm) rearm(this);
+    journal_.push_back(name_ + "@" +
+                       std::to_string(std::lround(Rxn::System::currentTime() - Rxn::Activity::kSimulatedStart)));
+    if (rearm)
+      rearm(this);
   }
   std::function<void(Alarm*)> rearm;
 
@@ -96,7 +98,8 @@ TEST(Clock, TimesFireInTimeOrderAndSimulatedTimeJumpsBetweenThem) {
   moved->timeMinIs(start + 2);  // re-arming replaces the earlier time
   // A periodic reactor re-arms itself one second on.
   a->rearm = [](Alarm* self) {
-    if (Rxn::System::currentTime() < Rxn::Activity::kSimulatedStart + 5) self->timeMinIs(Rxn::System::currentTime() + 1);
+    if (Rxn::System::currentTime() < Rxn::Activity::kSimulatedStart + 5)
+      self->timeMinIs(Rxn::System::currentTime() + 1);
   };
 
   activity.runFor(1.5);
@@ -160,7 +163,8 @@ class Reader : public Rxn::FileDescriptor::NotifieeConst {
       while (::read(notifier()->descriptor(), buffer, sizeof buffer) > 0) {
       }
     }
-    if (onRead) onRead();
+    if (onRead)
+      onRead();
   }
   int heard = 0;
   bool drain = true;

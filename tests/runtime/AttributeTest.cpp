@@ -170,5 +170,23 @@ TEST(Attribute, AReactorOfABaseClassWatchesADerivedEntity) {
   EXPECT_EQ(asRouter->heard, (Lines{"power", "routes"}));
 }
 
+TEST(Attribute, AMachinesOwnStateHasTheSameMembersAndNoParent) {
+  PanelMemory memory;
+  EXPECT_EQ(memory.visits(), 1u);
+  EXPECT_EQ(memory.visitsInc(2), 3u);
+  memory.seenIs(7, 70);
+  memory.seenIs(8, 80);
+  memory.seenDel(7);
+  EXPECT_EQ(memory.seens(), 1u);
+  EXPECT_EQ(memory.seen(7), 0u);
+
+  Rxn::Ptr<Sensor> sensor = memory.lastSensorIs(4);
+  EXPECT_EQ(memory.lastSensorIs(4), sensor);
+  EXPECT_EQ(sensor->parent(), nullptr);
+  EXPECT_EQ(sensor->fullName(), "/4");
+  memory.lastSensorDelAll();
+  EXPECT_EQ(memory.lastSensors(), 0u);
+}
+
 }  // namespace
 }  // namespace RxnTest

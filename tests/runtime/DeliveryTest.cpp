@@ -50,7 +50,8 @@ class Rearranger : public SensorRecorder {
   using SensorRecorder::SensorRecorder;
   void onLevel() override {
     heard.push_back("level");
-    if (victim) victim->isRegisteredNotifieeIs(false);
+    if (victim)
+      victim->isRegisteredNotifieeIs(false);
     newcomer = new SensorRecorder(notifier());
   }
   Rxn::Ptr<SensorRecorder> victim;
@@ -82,9 +83,8 @@ class Thrower : public SensorRecorder {
 
 TEST(Delivery, AnExceptionInOneHandlerIsReportedAndTheOthersStillHear) {
   std::vector<std::string> logged;
-  Rxn::logSinkIs([&](Rxn::LogHandle const& handle, Rxn::String const& text) {
-    logged.push_back(Rxn::logLine(handle, text));
-  });
+  Rxn::logSinkIs(
+      [&](Rxn::LogHandle const& handle, Rxn::String const& text) { logged.push_back(Rxn::logLine(handle, text)); });
   Rxn::Ptr<Sensor> sensor = sensorFactory(1);
   Rxn::Ptr<Thrower> thrower(new Thrower(sensor));
   Rxn::Ptr<SensorRecorder> recorder(new SensorRecorder(sensor));

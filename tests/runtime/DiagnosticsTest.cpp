@@ -26,9 +26,8 @@ class CapturedLog {
  public:
   CapturedLog() {
     Rxn::logRateLimitReset();
-    Rxn::logSinkIs([this](Rxn::LogHandle const& handle, Rxn::String const& text) {
-      lines.push_back(Rxn::logLine(handle, text));
-    });
+    Rxn::logSinkIs(
+        [this](Rxn::LogHandle const& handle, Rxn::String const& text) { lines.push_back(Rxn::logLine(handle, text)); });
   }
   ~CapturedLog() { Rxn::logSinkIs(nullptr); }
   Lines lines;
@@ -80,7 +79,8 @@ TEST(Log, RepeatsPassExactlyOncePerIntervalWhateverTheirSpacing) {
   for (int i = 0; i < 1800; ++i) {  // every 0.1 s for three minutes
     std::size_t const before = log.lines.size();
     Rxn::log(MAPFULL, 10, 10010);
-    if (log.lines.size() > before) passed.push_back(activity.now() - Rxn::Activity::kSimulatedStart);
+    if (log.lines.size() > before)
+      passed.push_back(activity.now() - Rxn::Activity::kSimulatedStart);
     activity.advanceTime(0.1);
   }
   ASSERT_EQ(passed.size(), 3U);
@@ -89,7 +89,9 @@ TEST(Log, RepeatsPassExactlyOncePerIntervalWhateverTheirSpacing) {
 }
 
 int evaluations = 0;
-int counted() { return ++evaluations; }
+int counted() {
+  return ++evaluations;
+}
 
 TEST(Trace, ArgumentsAreEvaluatedOnlyWhenTheLevelIsOn) {
   Rxn::Activity activity(Rxn::Activity::TimeMode::simulated);

@@ -53,8 +53,7 @@ TEST(Value, RecordsAndEnumerationsRoundTripThroughTheirStringForm) {
   calibration.pointsIs(7, true);
   calibration.scaleIs(0.5);
   EXPECT_EQ(calibration.pointss(), 2U);
-  RxnTest::Calibration const parsed =
-      Rxn::strepToValue<RxnTest::Calibration>(Rxn::valueToStrep(calibration));
+  RxnTest::Calibration const parsed = Rxn::strepToValue<RxnTest::Calibration>(Rxn::valueToStrep(calibration));
   EXPECT_EQ(parsed, calibration);
   EXPECT_TRUE(parsed.points(7));
   calibration.pointsDel(7);
@@ -105,8 +104,7 @@ TEST(Value, AddressesAndIdsParseAndPrintInTheirUsualForms) {
   EXPECT_EQ(Bridging::VlanId().value(), 1);
   EXPECT_EQ(Bridging::VlanId::fromString("4094").value(), 4094);
   expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(0); }, "VlanId::value < 1 or > 4094 not allowed");
-  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(4095); },
-                                     "VlanId::value < 1 or > 4094 not allowed");
+  expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId(4095); }, "VlanId::value < 1 or > 4094 not allowed");
   expectRangeError<Bridging::VlanId>([] { return Bridging::VlanId::fromString("ten"); },
                                      "bad Bridging::VlanId 'ten': expected a number");
 }

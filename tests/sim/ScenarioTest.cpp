@@ -17,7 +17,9 @@ std::string errorOf(std::string const& json) {
   return "no error";
 }
 
-std::string steps(std::string const& list) { return R"({"steps": [)" + list + "]}"; }
+std::string steps(std::string const& list) {
+  return R"({"steps": [)" + list + "]}";
+}
 
 TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
   struct Case {
@@ -27,14 +29,16 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
   std::vector<Case> const cases = {
       {"{", "bad.json: bad JSON at line 1, column 2: Missing a name for object member."},
       {"[]", "bad.json: a scenario must be an object"},
-      {R"({"steps": [], "colour": 1})", "bad.json: unknown key 'colour' in the scenario (expected description, "
-                                       "platform, toggles, steps)"},
+      {R"({"steps": [], "colour": 1})",
+       "bad.json: unknown key 'colour' in the scenario (expected description, "
+       "platform, toggles, steps)"},
       {R"({"description": "x"})", "bad.json: 'steps' must be a list of steps"},
       {R"({"platform": {"answerDelay": -1}, "steps": []})", "bad.json: 'answerDelay' must not be negative"},
       {R"({"toggles": {"PerVniControlPlane": "off"}, "steps": []})",
        "bad.json: toggle 'PerVniControlPlane' must be true or false"},
-      {steps(R"({"at": 0, "wait": 3})"), "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, "
-                                        "floodSet, l2rib, bridging, restart, agent)"},
+      {steps(R"({"at": 0, "wait": 3})"),
+       "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, "
+       "floodSet, l2rib, bridging, restart, agent)"},
       {steps(R"({"at": 0})"), "bad.json: step 1: a step needs vti, floodSet, l2rib, bridging, restart, agent or show"},
       {steps(R"({"at": 2, "show": true}, {"at": 1, "show": true})"),
        "bad.json: step 2: 'at' goes back in time, to 1 after 2"},

@@ -54,7 +54,8 @@ class CounterSm : public Fab::FabBaseSm {
    public:
     using Reactor::Reactor;
     void onVerify() override {
-      if (rxnMarkedForDeletion()) return;
+      if (rxnMarkedForDeletion())
+        return;
       owner()->handleVerify();
     }
 
@@ -67,10 +68,11 @@ class CounterSm : public Fab::FabBaseSm {
 
   void handleVerify() {
     ++verifications;
-    if (!initialized()) return;
+    if (!initialized())
+      return;
     if (privateCount != publishedCount) {
-      FAB_VERIFY_FAILURE(verifyData_->notifier(), Rxn::format("count %d differs from published %d", privateCount,
-                                                              publishedCount));
+      FAB_VERIFY_FAILURE(verifyData_->notifier(),
+                         Rxn::format("count %d differs from published %d", privateCount, publishedCount));
     }
   }
   void verifyDataIs(Rxn::Ptr<Fab::VerifyData const> const& verifyData) { verifyData_->notifierIs(verifyData); }
@@ -158,9 +160,10 @@ TEST_F(FrameTest, UnderSimulationAVerificationFailureIsStoredAndFatal) {
   sm_->handleInitialized();
   sm_->privateCount = 2;
   ScopedEnv simulation("SIMULATION_VMID", "7");
-  EXPECT_DEATH(verifyData_->verifyInc(1),
-               "stored: count 2 differs from published 0 line [0-9]+ code 3 in void FabTest::CounterSm::handleVerify\\(\\)\n"
-               ".*Assertion `0' failed");
+  EXPECT_DEATH(
+      verifyData_->verifyInc(1),
+      "stored: count 2 differs from published 0 line [0-9]+ code 3 in void FabTest::CounterSm::handleVerify\\(\\)\n"
+      ".*Assertion `0' failed");
 }
 
 }  // namespace

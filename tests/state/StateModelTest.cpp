@@ -160,9 +160,9 @@ TEST(StateModel, AVtiIsAnInterfaceOfItsDirectoryWithEveryLevelNotifying) {
   recorder->notifierIs(vti);
   recorder->isRegisteredNotifieeIs(true);
   recorder->hasNotificationActiveIs(true);
-  vti->operStatusIs(Interface::IntfOperStatus::intfOperUp);           // Interface::IntfStatus
+  vti->operStatusIs(Interface::IntfOperStatus::intfOperUp);            // Interface::IntfStatus
   vti->vlanToGroupIs(Bridging::VlanId(10), Wire::IpAddr(0xEF010101));  // Interface::EthIntfStatus
-  vti->udpPortIs(Wire::UdpPort(4789));                                  // Vxlan::VtiStatus
+  vti->udpPortIs(Wire::UdpPort(4789));                                 // Vxlan::VtiStatus
   EXPECT_EQ(recorder->heard, (std::vector<std::string>{"operStatus", "vlanToGroup 10", "udpPort"}));
 
   // Per VTI shadows key their two maps by two fields of one entry.

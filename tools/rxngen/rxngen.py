@@ -219,8 +219,12 @@ def parse_schema(path, text):
             schema.decls.append(parse_entity(p, namespace, token.line))
         elif token.text == "wrapper":
             schema.decls.append(parse_wrapper(p, namespace, token.line))
+        elif token.text == "attrs":
+            decl = parse_entity(p, namespace, token.line)
+            decl.kind = "attrs"
+            schema.decls.append(decl)
         else:
-            p.error(f"expected namespace, include, enum, value, wrapper or entity, got '{token.text}'", token)
+            p.error(f"expected namespace, include, enum, value, wrapper, entity or attrs, got '{token.text}'", token)
     return schema
 
 
@@ -686,7 +690,9 @@ def null_text(decl, m):
     return f"null _{m.name} parameter to mutator for {decl.qualified}::{m.name} not allowed"
 
 
-def emit_attribute(h, decl, m):
+def emit_attribute(h, decl, m, parent="this", notify_body=";"):
+    """The members of one attribute. A machine's own state (an `attrs`
+    declaration) has no parent entity and notifies nobody."""
     x, X = m.name, cap(m.name)
     t = member_cpp_type(m)
     if m.kind in ("scalar",):
@@ -703,14 +709,14 @@ def emit_attribute(h, decl, m):
             h(f"    {x}Is(sum);")
             h("    return sum;")
             h("  }")
-        h(f"  void {x}Notify() const;")
+        h(f"  void {x}Notify() const{notify_body}")
         return
     if m.kind == "child":
         h(f"  {t} {x}() const {{ return {x}_; }}")
         h(f"  {t} {x}Is(Rxn::Name const& name) {{")
         h(f"    if ({x}_ && {x}_->name() == name) return {x}_;")
         h(f"    Rxn::attr::orphan({x}_);")
-        h(f"    {x}_ = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(name)), this, \"{x}\");")
+        h(f"    {x}_ = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(name)), {parent}, \"{x}\");")
         h(f"    {x}Notify();")
         h(f"    return {x}_;")
         h("  }")
@@ -720,7 +726,7 @@ def emit_attribute(h, decl, m):
         h(f"    {x}_ = nullptr;")
         h(f"    {x}Notify();")
         h("  }")
-        h(f"  void {x}Notify() const;")
+        h(f"  void {x}Notify() const{notify_body}")
         return
     k = cpp_type(m.key)
     h(f"  {t} {x}({k} const& key) const {{ return Rxn::attr::valueAt({x}_, key); }}")
@@ -730,7 +736,7 @@ def emit_attribute(h, decl, m):
         h(f"  {t} {x}Is({k} const& key) {{")
         h(f"    auto [slot, fresh] = {x}_.findOrInsert(key);")
         h("    if (!fresh) return *slot;")
-        h(f"    *slot = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(key)), this, \"{x}\");")
+        h(f"    *slot = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(key)), {parent}, \"{x}\");")
         h(f"    {t} const child = *slot;")
         h(f"    {x}Notify(key);")
         h("    return child;")
@@ -775,9 +781,29 @@ def emit_attribute(h, decl, m):
     h(f"  void {x}DelAll() {{")
     h(f"    Rxn::attr::delAll({x}_, [this]({k} const& key) {{ {x}Del(key); }});")
     h("  }")
-    h(f"  void {x}Notify({k} const& key) const;")
+    h(f"  void {x}Notify({k} const&) const{notify_body}")
     h(f"  // Any key may have changed.")
-    h(f"  void {x}Notify() const;")
+    h(f"  void {x}Notify() const{notify_body}")
+
+
+def emit_attrs(h, decl, symbols):
+    """The own state of a state machine: uniform members, no notification."""
+    n = decl.name
+    h(f"class {n} {{")
+    h(" public:")
+    for m in decl.methods:
+        h(f"  {m}")
+    for i, m in enumerate(decl.members):
+        if i or decl.methods:
+            h()
+        emit_attribute(h, decl, m, parent="nullptr", notify_body=" {}")
+    h()
+    h(" private:")
+    for m in decl.members:
+        d = default_expr(m, decl, symbols)
+        h(f"  {storage_type(m)} {m.name}_{{{d or ''}}};")
+    h("};")
+    h()
 
 
 def emit_notifiee(h, decl):
@@ -865,6 +891,8 @@ def generate(schema, rel_path, symbols):
                 emit_wrapper(h, cpp, decl)
             elif decl.kind == "value":
                 emit_value(h, cpp, decl, symbols)
+            elif decl.kind == "attrs":
+                emit_attrs(h, decl, symbols)
             else:
                 emit_entity(h, decl, symbols)
         close_namespace(h, namespace)

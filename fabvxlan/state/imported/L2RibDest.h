@@ -6,7 +6,9 @@
 namespace L2Rib {
 
 // The destination type of a VXLAN VTEP.
-inline DestType destTypeVxlan() { return DestType::destTypeVxlan; }
+inline DestType destTypeVxlan() {
+  return DestType::destTypeVxlan;
+}
 
 // A VXLAN destination of a VTEP.
 inline Dest vxlanDest(Wire::IpAddr const& vtep) {

@@ -25,9 +25,11 @@ NameTable& names() {
 }
 
 int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= '0' && c <= '9')
+    return c - '0';
   c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
   return -1;
 }
 
@@ -51,9 +53,13 @@ IntfId::IntfId(Rxn::String const& name) {
   index_ = it->second;
 }
 
-Rxn::String const& IntfId::stringValue() const { return names().names[index_]; }
+Rxn::String const& IntfId::stringValue() const {
+  return names().names[index_];
+}
 
-std::uint64_t IntfId::hash() const { return names().hashes[index_]; }
+std::uint64_t IntfId::hash() const {
+  return names().hashes[index_];
+}
 
 bool VxlanTunnelIntfId::isVxlanTunnelIntfId(IntfId const& id) {
   Rxn::String const& name = id.stringValue();
@@ -109,9 +115,13 @@ IpAddr IpAddr::fromString(Rxn::String const& text) {
   return fromNbo(addr.s_addr);
 }
 
-IpAddr IpAddr::fromNbo(std::uint32_t networkOrder) { return IpAddr(ntohl(networkOrder)); }
+IpAddr IpAddr::fromNbo(std::uint32_t networkOrder) {
+  return IpAddr(ntohl(networkOrder));
+}
 
-std::uint32_t IpAddr::valueNbo() const { return htonl(value_); }
+std::uint32_t IpAddr::valueNbo() const {
+  return htonl(value_);
+}
 
 Rxn::String IpAddr::stringValue() const {
   return Rxn::format("%u.%u.%u.%u", value_ >> 24, (value_ >> 16) & 0xFF, (value_ >> 8) & 0xFF, value_ & 0xFF);
@@ -154,14 +164,15 @@ std::pair<Rxn::String, std::uint8_t> splitPrefix(Rxn::String const& text, unsign
 
 void checkLength(unsigned length, unsigned bits) {
   if (length > bits) {
-    Rxn::throwRangeException("prefix length " + std::to_string(length) + " > " + std::to_string(bits) +
-                             " not allowed");
+    Rxn::throwRangeException("prefix length " + std::to_string(length) + " > " + std::to_string(bits) + " not allowed");
   }
 }
 
 }  // namespace
 
-Ip6Prefix::Ip6Prefix(Ip6Addr const& addr, std::uint8_t length) : addr_(addr), length_(length) { checkLength(length, 128); }
+Ip6Prefix::Ip6Prefix(Ip6Addr const& addr, std::uint8_t length) : addr_(addr), length_(length) {
+  checkLength(length, 128);
+}
 
 Ip6Prefix Ip6Prefix::fromString(Rxn::String const& text) {
   auto const [addr, length] = splitPrefix(text, 128);
@@ -180,10 +191,13 @@ bool Ip6Prefix::contains(Ip6Addr const& addr) const {
 }
 
 IpGenAddr IpGenAddr::fromString(Rxn::String const& text) {
-  return text.find(':') != Rxn::String::npos ? IpGenAddr(Ip6Addr::fromString(text)) : IpGenAddr(IpAddr::fromString(text));
+  return text.find(':') != Rxn::String::npos ? IpGenAddr(Ip6Addr::fromString(text))
+                                             : IpGenAddr(IpAddr::fromString(text));
 }
 
-IpPrefix::IpPrefix(IpAddr const& addr, std::uint8_t length) : addr_(addr), length_(length) { checkLength(length, 32); }
+IpPrefix::IpPrefix(IpAddr const& addr, std::uint8_t length) : addr_(addr), length_(length) {
+  checkLength(length, 32);
+}
 
 IpPrefix IpPrefix::fromString(Rxn::String const& text) {
   auto const [addr, length] = splitPrefix(text, 32);

@@ -2,6 +2,7 @@
 // Wire value types: interface ids and addresses.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "fabvxlan/runtime/Value.h"
@@ -174,6 +175,25 @@ class IpGenPrefix : public Rxn::ValueOps<IpGenPrefix> {
  private:
   IpGenAddr addr_;
   std::uint8_t length_ = 0;
+};
+
+// The total length of an IPv4 packet, in bytes.
+using IpTotalLen = std::uint16_t;
+
+// A view of an IPv4 header in a frame, fields in network byte order.
+class IpHdr {
+ public:
+  explicit IpHdr(std::uint8_t const* bytes) : bytes_(bytes) {}
+  std::size_t headerBytes() const { return static_cast<std::size_t>(bytes_[0] & 0x0F) * 4; }
+  IpTotalLen totalLength() const { return static_cast<IpTotalLen>((bytes_[2] << 8) | bytes_[3]); }
+  std::uint8_t protocol() const { return bytes_[9]; }
+  IpAddr src() const {
+    return IpAddr((std::uint32_t{bytes_[12]} << 24) | (std::uint32_t{bytes_[13]} << 16) |
+                  (std::uint32_t{bytes_[14]} << 8) | bytes_[15]);
+  }
+
+ private:
+  std::uint8_t const* bytes_;
 };
 
 }  // namespace Wire

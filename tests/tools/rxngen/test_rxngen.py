@@ -48,7 +48,7 @@ class GoldenOutput(unittest.TestCase):
 
 class BadSchemas(unittest.TestCase):
     CASES = [
-        ("namespace A;\nwidget W {}\n", "bad.rxn:2: expected namespace, include, enum, value, wrapper or entity, got 'widget'"),
+        ("namespace A;\nwidget W {}\n", "bad.rxn:2: expected namespace, include, enum, value, wrapper, entity or attrs, got 'widget'"),
         ("entity E {\n  name : string;\n}\n", "bad.rxn:2: entity E: 'name' would hide a member every entity has"),
         ("entity E {\n  x : u32 inside;\n}\n", "bad.rxn:2: x: 'inside' applies to a keyed value collection"),
         ("entity E {\n  c : owned E = 1;\n}\n", "bad.rxn:2: c: an owned entity takes no default"),
