@@ -21,13 +21,11 @@ class CountingReactor : public Counter::NotifieeConst {
     hasNotificationActiveIs(true);
   }
   void onValue() override {
-    if (rxnMarkedForDeletion())
-      return;
+    if (rxnMarkedForDeletion()) return;
     ++*count_;
   }
   void onEntries(std::uint32_t const&) override {
-    if (rxnMarkedForDeletion())
-      return;
+    if (rxnMarkedForDeletion()) return;
     ++*count_;
   }
 

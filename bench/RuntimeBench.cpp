@@ -113,8 +113,7 @@ class FollowerSm : public Fab::FabBaseSm {
    public:
     using Reactor::Reactor;
     void onMember(std::uint32_t const& key) override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->member_.follow(owner(), notifier()->member(), key);
     }
   };

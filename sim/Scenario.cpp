@@ -188,10 +188,8 @@ Step vtiStep(Context const& ctx, Json const& spec) {
 L2Rib::FloodSetType floodSetTypeOf(Context const& ctx, Json const& value) {
   if (value.IsString()) {
     std::string const text = value.GetString();
-    if (text == "all")
-      return L2Rib::FloodSetType::floodSetTypeAll;
-    if (text == "any")
-      return L2Rib::FloodSetType::floodSetTypeAny;
+    if (text == "all") return L2Rib::FloodSetType::floodSetTypeAll;
+    if (text == "any") return L2Rib::FloodSetType::floodSetTypeAny;
     ctx.fail("bad flood set type '" + text + "': expected all, any or a number");
   }
   if (!value.IsUint() || value.GetUint() > 255) {
@@ -216,8 +214,7 @@ Step floodSetStep(Context const& ctx, Json const& spec) {
   std::vector<Wire::IpAddr> const add = addressesAt(ctx, spec, "add");
   std::vector<Wire::IpAddr> const remove = addressesAt(ctx, spec, "remove");
   step.what = where;
-  if (hasType)
-    step.what += " type " + Rxn::valueToString(type);
+  if (hasType) step.what += " type " + Rxn::valueToString(type);
   for (Wire::IpAddr const& vtep : add)
     step.what += " +" + vtep.stringValue();
   for (Wire::IpAddr const& vtep : remove)
@@ -357,10 +354,8 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
       ctx.fail("'answerDelay' must not be negative");
     }
   }
-  if (spec.HasMember("vtepGroupSupported"))
-    config.vtepGroupSupported = boolAt(ctx, spec, "vtepGroupSupported");
-  if (spec.HasMember("hitlessRestart"))
-    config.hitlessRestartSupported = boolAt(ctx, spec, "hitlessRestart");
+  if (spec.HasMember("vtepGroupSupported")) config.vtepGroupSupported = boolAt(ctx, spec, "vtepGroupSupported");
+  if (spec.HasMember("hitlessRestart")) config.hitlessRestartSupported = boolAt(ctx, spec, "hitlessRestart");
   return config;
 }
 
@@ -392,10 +387,8 @@ Scenario parseScenario(std::string const& jsonText, std::string const& name) {
   expectKeys(ctx, document, "the scenario", {"description", "platform", "toggles", "steps"});
   Scenario scenario;
   scenario.name = name;
-  if (document.HasMember("description"))
-    scenario.description = stringAt(ctx, document, "description");
-  if (document.HasMember("platform"))
-    scenario.platform = platformOf(ctx, document["platform"]);
+  if (document.HasMember("description")) scenario.description = stringAt(ctx, document, "description");
+  if (document.HasMember("platform")) scenario.platform = platformOf(ctx, document["platform"]);
   if (document.HasMember("toggles")) {
     for (auto const& toggle : objectAt(ctx, document["toggles"], "'toggles'").GetObject()) {
       if (!toggle.value.IsBool()) {

@@ -27,8 +27,7 @@ class DelayedAnswer {
    public:
     using Reactor::Reactor;
     void onTime() override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->answer_();
     }
   };
@@ -81,8 +80,7 @@ class SubStateStandIn : public Rxn::PtrInterface {
    public:
     using Reactor::Reactor;
     void onState() override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->handleState();
     }
   };
@@ -133,8 +131,7 @@ class StageStandIn : public Rxn::PtrInterface {
 
    private:
     void forward() {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->handleBootStatus();
     }
   };

@@ -304,26 +304,22 @@ void VxlanCentralSm::removeStaleRestartEntries() {
 // --- RxnVxlanInfo ---------------------------------------------------------------
 
 void VxlanCentralSm::RxnVxlanInfo::onVtepSmState() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   owner()->updateVxlanState();
 }
 
 void VxlanCentralSm::RxnVxlanInfo::onVtepGroupSmState() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   owner()->updateVxlanState();
 }
 
 void VxlanCentralSm::RxnVxlanInfo::onVxlanMacSmState() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   owner()->updateVxlanState();
 }
 
 void VxlanCentralSm::RxnVxlanInfo::onVniSmState() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   owner()->updateVxlanState();
 }
 
@@ -334,14 +330,12 @@ void VxlanCentralSm::RxnVxlanInfo::rxnReplay() {
 // --- RxnVtiStatusDir --------------------------------------------------------------
 
 void VxlanCentralSm::RxnVtiStatusDir::onVtiStatus(Wire::IntfId const& intfId) {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-    return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
   owner()->vtiStatus_.follow(owner(), notifier()->vtiStatus(), intfId);
 }
 
 void VxlanCentralSm::RxnVtiStatusDir::onVtiStatusrxnImmediate() {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-    return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
   rxnReplay();
 }
 
@@ -357,26 +351,22 @@ VxlanCentralSm::RxnVtiStatus::RxnVtiStatus(Rxn::Ptr<Vxlan::VtiStatus const> cons
 }
 
 void VxlanCentralSm::RxnVtiStatus::onOperStatus() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleOperStatus();
 }
 
 void VxlanCentralSm::RxnVtiStatus::onFloodMcastGrp() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleFloodGrp();
 }
 
 void VxlanCentralSm::RxnVtiStatus::onVlanToGroup(Bridging::VlanId const& vlanId) {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleVlanToGroup(vlanId);
 }
 
 void VxlanCentralSm::RxnVtiStatus::onVlanToGrouprxnImmediate() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleVlanToGroup();
 }
 
@@ -474,20 +464,17 @@ void VxlanCentralSm::RxnVtiStatus::cleanup() {
 // --- RxnL2RibFloodSet -------------------------------------------------------------
 
 void VxlanCentralSm::RxnL2RibFloodSet::onSource() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleSource();
 }
 
 void VxlanCentralSm::RxnL2RibFloodSet::onVlanFloodSet(Bridging::VlanId const& vlanId) {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-    return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
   owner()->vlanFloodSet_.follow(owner(), notifier()->vlanFloodSet(), vlanId);
 }
 
 void VxlanCentralSm::RxnL2RibFloodSet::onVlanFloodSetrxnImmediate() {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-    return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
   reconcileVlanFloodSets();
 }
 
@@ -513,14 +500,12 @@ VxlanCentralSm::RxnVlanFloodSet::RxnVlanFloodSet(Rxn::Ptr<L2Rib::VlanFloodSet co
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::onFloodSet(Wire::EthAddr const& mac) {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-    return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
   floodSet_.follow(this, notifier()->floodSet(), mac);
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::onFloodSetrxnImmediate() {
-  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-    return;
+  if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
   rxnReplay();
 }
 
@@ -539,20 +524,17 @@ void VxlanCentralSm::RxnVlanFloodSet::handleDel() {
 // --- RxnFloodSet --------------------------------------------------------------------
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::onFloodSetType() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleFloodSetType();
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::onDestSet(L2Rib::Dest const& dest) {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleDestSet(dest);
 }
 
 void VxlanCentralSm::RxnVlanFloodSet::RxnFloodSet::onDestSetrxnImmediate() {
-  if (rxnMarkedForDeletion())
-    return;
+  if (rxnMarkedForDeletion()) return;
   handleDestSet();
 }
 

@@ -131,12 +131,10 @@ class Ptr {
 
  private:
   void inc() const {
-    if (p_)
-      p_->referencesInc();
+    if (p_) p_->referencesInc();
   }
   void dec() const {
-    if (p_)
-      p_->referencesDec();
+    if (p_) p_->referencesDec();
   }
   T* p_ = nullptr;
 };

@@ -86,8 +86,7 @@ class VerifyHarness::RxnRunClock : public Rxn::Reactor<VerifyHarness, Rxn::Clock
   RxnRunClock(Rxn::Ptr<Rxn::Clock const> const& clock, VerifyHarness* owner, Rxn::Ptr<VerifyData> verifyData)
       : Reactor(clock, owner), verifyData_(std::move(verifyData)) {}
   void onTime() override {
-    if (rxnMarkedForDeletion())
-      return;
+    if (rxnMarkedForDeletion()) return;
     verifyData_->verifyInc(1);
   }
 
@@ -99,8 +98,7 @@ class VerifyHarness::RxnReverify : public Rxn::Reactor<VerifyHarness, VerifyData
  public:
   using Reactor::Reactor;
   void onReverify() override {
-    if (rxnMarkedForDeletion())
-      return;
+    if (rxnMarkedForDeletion()) return;
     owner()->runClock_->timeMinIs(0);
   }
 };

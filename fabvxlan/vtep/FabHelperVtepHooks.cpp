@@ -15,9 +15,13 @@ void FabHelperVtep::updateLocalVtepSrcIp(Wire::IntfId const&, Wire::IpAddr const
 
 void FabHelperVtep::updateVarpVtepSrcIp(Wire::IntfId const&, Wire::IpAddr const&) {}
 
-std::uint16_t FabHelperVtep::getTunnelPortId() { return 0; }
+std::uint16_t FabHelperVtep::getTunnelPortId() {
+  return 0;
+}
 
-std::uint16_t FabHelperVtep::getVxlanCpuSourcePortId() { return 0; }
+std::uint16_t FabHelperVtep::getVxlanCpuSourcePortId() {
+  return 0;
+}
 
 void FabHelperVtep::verifyUdpPort(Wire::IntfId const&, Wire::UdpPort const&) {
   fabAssert("Call to unimplemented FabHelperVtep::verifyUdpPort");
@@ -29,7 +33,9 @@ void FabHelperVtep::verifyLocalVtepSrcIp(Wire::IntfId const&, Wire::IpAddr const
 
 void FabHelperVtep::verifyVarpVtepSrcIp(Wire::IntfId const&, Wire::IpAddr const&) {}
 
-void FabHelperVtep::verifyVccMode(bool) { fabAssert("Call to unimplemented FabHelperVtep::verifyVccMode"); }
+void FabHelperVtep::verifyVccMode(bool) {
+  fabAssert("Call to unimplemented FabHelperVtep::verifyVccMode");
+}
 
 std::uint32_t FabHelperVtep::getMaxRemoteVteps() {
   fabAssert("Call to unimplemented FabHelperVtep::getMaxRemoteVteps");

@@ -21,9 +21,8 @@ namespace {
 Wire::IntfId const kLearnVti("Vxlan1");
 }  // namespace
 
-VtepEventSm::VtepEventSm(Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir,
-                         Rxn::Ptr<VtepEvent> const& vtepEvent, Rxn::Ptr<FabVxlanInfo const> const& vxlanInfo,
-                         Rxn::Ptr<Fab::FabCommonSmData> const& acsd,
+VtepEventSm::VtepEventSm(Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir, Rxn::Ptr<VtepEvent> const& vtepEvent,
+                         Rxn::Ptr<FabVxlanInfo const> const& vxlanInfo, Rxn::Ptr<Fab::FabCommonSmData> const& acsd,
                          Rxn::Ptr<FabHelper::FabHelperVtep> const& fabVtepHelper,
                          Rxn::Ptr<VtepConfigDir const> const& vtepConfigDir)
     : FabBaseSm(acsd),
@@ -35,7 +34,9 @@ VtepEventSm::VtepEventSm(Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir
   handleInitialized();
 }
 
-VtepEventSm::~VtepEventSm() { doCleanup(); }
+VtepEventSm::~VtepEventSm() {
+  doCleanup();
+}
 
 Rxn::Ptr<VtepEventSm> vtepEventSmFactory(Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir,
                                          Rxn::Ptr<VtepEvent> const& vtepEvent,
@@ -127,7 +128,8 @@ void VtepEventSm::readFrames(LearnBuffer& buffer) {
       continue;
     }
     if (remoteVtepLimitReached()) {
-      RXN_TRACE(1, " max remote vtep limit reached," << " ignoring learn event ");
+      RXN_TRACE(1, " max remote vtep limit reached,"
+                       << " ignoring learn event ");
       continue;
     }
     LearnFrame const frame = checkLearnFrame(buffer, static_cast<std::size_t>(n), learnContext());
@@ -169,9 +171,8 @@ void VtepEventSm::publish(LearnFrame const& frame) {
   std::uint64_t const genId = vtepEvent_->genIdInc(1);
   RXN_TRACE(7, " Learned vtep " << frame.remoteVtepAddr << ", mac addr " << frame.macAddr << ", vni " << frame.vni
                                 << ", vti " << kLearnVti << ", genId " << genId);
-  RXN_RING(7, " Learned vtep %s, mac addr %s, vni %u, vti %s, genId %lu",
-           RingLog::Ip4{frame.remoteVtepAddr.value()}, RingLog::Mac{frame.macAddr.bytes()}, frame.vni.value(),
-           kLearnVti.stringValue(), genId);
+  RXN_RING(7, " Learned vtep %s, mac addr %s, vni %u, vti %s, genId %lu", RingLog::Ip4{frame.remoteVtepAddr.value()},
+           RingLog::Mac{frame.macAddr.bytes()}, frame.vni.value(), kLearnVti.stringValue(), genId);
 }
 
 }  // namespace Fab::VXLAN

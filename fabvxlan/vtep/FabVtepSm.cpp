@@ -70,8 +70,7 @@ Rxn::Ptr<VtepSm> vtepSmFactory(Rxn::Ptr<Fab::FabCommonSmData> const& acsd, Rxn::
                                Rxn::Ptr<VtepConfigDir const> const& vtepConfigDir,
                                Rxn::Ptr<VtepStatusDir> const& vtepStatusDir,
                                Rxn::Ptr<Vxlan::VxlanHwStatusDir> const& vxlanHwStatusDir,
-                               Rxn::Ptr<VtepEvent> const& vtepEvent,
-                               Rxn::Ptr<Fab::FabTunnelConfig> const& tunnelConfig,
+                               Rxn::Ptr<VtepEvent> const& vtepEvent, Rxn::Ptr<Fab::FabTunnelConfig> const& tunnelConfig,
                                Rxn::Ptr<Fab::FabTunnelStatus const> const& tunnelStatus,
                                Rxn::Ptr<FabHelper::FabHelperVtep> const& fabVtepHelper,
                                Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelIdManager,
@@ -97,8 +96,8 @@ void VtepSm::handleInitialized() {
   for (auto const& [vti, hwStatus] : vxlanHwStatusDir()->vxlanHwStatus()) {
     hwStatus->remoteVtepDelAll();
   }
-  RXN_TRACE(7, " tunnelConfig entries: " << tunnelConfig_->tunnelConfigEntrys() << " activeNextHopId entries: "
-                                         << tunnelConfig_->activeNextHopIds());
+  RXN_TRACE(7, " tunnelConfig entries: " << tunnelConfig_->tunnelConfigEntrys()
+                                         << " activeNextHopId entries: " << tunnelConfig_->activeNextHopIds());
   RXN_RING(7, " tunnelConfig entries: %zu activeNextHopId entries: %zu", tunnelConfig_->tunnelConfigEntrys(),
            tunnelConfig_->activeNextHopIds());
   if (!hitlessRestartSupported()) {
@@ -125,7 +124,7 @@ void VtepSm::recoverTunnelLayer() {
   if (fabVtepHelper()->useUniqGenId()) {
     for (auto const& [key, entry] : tunnelConfig_->tunnelConfigEntry()) {
       RXN_TRACE(7, " Recovered currentGeneration for tunnel config: " << key << " genId: " << key.genId()
-                                                                     << " vrf: " << key.vrf());
+                                                                      << " vrf: " << key.vrf());
       currentGenerationIs(Fab::VrfAndIpAddr(key.vrf(), key.dst().v4Addr()), key.genId());
     }
   }
@@ -250,8 +249,7 @@ void VtepSm::handleTunnelInitStatus() {
   if (!initialized() || vxlanInfo()->vtepSmState() != FabVxlanState::initializing_) {
     return;
   }
-  if (status->init() != 0 && status->init() == tunnelConfig_->init() &&
-      tunnelConfig_->cleanup() == status->cleanup()) {
+  if (status->init() != 0 && status->init() == tunnelConfig_->init() && tunnelConfig_->cleanup() == status->cleanup()) {
     RXN_TRACE(7, " vtepSm is ready ");
     assert(fabVtepHelper()->hwInitConfig() == fabVtepHelper()->hwInitStatus());
     vxlanInfo()->vtepSmStateIs(FabVxlanState::initialized_);
@@ -430,9 +428,13 @@ void VtepSm::updateDatapathLearning() {
   }
 }
 
-void VtepSm::handleDataPathDisableStatus() { handleDataPathStatus(false); }
+void VtepSm::handleDataPathDisableStatus() {
+  handleDataPathStatus(false);
+}
 
-void VtepSm::handleDataPathEnableStatus() { handleDataPathStatus(true); }
+void VtepSm::handleDataPathEnableStatus() {
+  handleDataPathStatus(true);
+}
 
 // Any change of a status counter ends the one request that is out.
 void VtepSm::handleDataPathStatus(bool enableAnswered) {
@@ -654,7 +656,9 @@ void VtepSm::RxnVtiStatusDir::onVtiStatusrxnImmediate() {
   rxnReplay();
 }
 
-void VtepSm::RxnVtiStatusDir::rxnReplay() { owner()->vtiStatus_.reconcile(owner(), notifier()->vtiStatus()); }
+void VtepSm::RxnVtiStatusDir::rxnReplay() {
+  owner()->vtiStatus_.reconcile(owner(), notifier()->vtiStatus());
+}
 
 // --- RxnVtiStatus ----------------------------------------------------------------------------------
 
@@ -830,8 +834,7 @@ void VtepSm::RxnVtepConfigDir::rxnReplay() {
   owner()->handleActiveNextHopId();
 }
 
-VtepSm::RxnVtepConfig::RxnVtepConfig(Rxn::Ptr<VtepConfig const> const& config, VtepSm* owner)
-    : Reactor(config, owner) {
+VtepSm::RxnVtepConfig::RxnVtepConfig(Rxn::Ptr<VtepConfig const> const& config, VtepSm* owner) : Reactor(config, owner) {
   handleInitialized();
 }
 
@@ -891,8 +894,8 @@ void VtepSm::RxnVtepConfig::handleRemoteVtep(SwTunnelGroupId const& id) {
   RXN_RING(7, " VTEP %s added ", id.stringValue());
   if (!sm->tunnelReady(vti)) {
     // Nothing is remembered: the next handleVtiUp takes the VTEP up again.
-    RXN_TRACE(7, " not ready yet " << id << " vti activated? " << sm->vxlanInfo()->activatedVti(vti)
-                                   << " vtepStatus? " << !!sm->vtepStatusDir()->vtepStatus(vti));
+    RXN_TRACE(7, " not ready yet " << id << " vti activated? " << sm->vxlanInfo()->activatedVti(vti) << " vtepStatus? "
+                                   << !!sm->vtepStatusDir()->vtepStatus(vti));
     return;
   }
   SwTunnelGroupId const swTunnelGroupId = id;
@@ -1011,8 +1014,8 @@ void VtepSm::RxnTunnelStatusEntry::handleTunnelStatus() {
   Wire::IntfId const vtiIntfId = sm->vrfToVti(key.vrf());
   Fab::FabTunnelId const tunnelId = notifier()->tunnelId();
   FabNextHopId const nextHopId = notifier()->nextHopId();
-  RXN_TRACE(7, " tunnel status " << key << " tunnelId " << tunnelId << " nextHopId " << nextHopId << " vti "
-                                 << vtiIntfId);
+  RXN_TRACE(7,
+            " tunnel status " << key << " tunnelId " << tunnelId << " nextHopId " << nextHopId << " vti " << vtiIntfId);
   RXN_RING(7, " tunnel status %s tunnelId %u nextHopId %u vti %s", key.stringValue(), tunnelId.value(),
            nextHopId.value(), vtiIntfId.stringValue());
   SwTunnelGroupId const swTunnelGroupId = sm->swTunnelIdManager()->getSwTunnelGroupIdForTunnelIp(ip);

@@ -34,8 +34,8 @@ constexpr std::size_t kMinimumIpLength = 30;  // H + 30
 LearnFrame checkLearnFrame(LearnBuffer const& buffer, std::size_t length, LearnContext const& context) {
   std::uint16_t const tagProtocol = u16At(buffer, kTagProtocolAt);
   if (tagProtocol != kLearnTagProtocol) {
-    return rejected(" Error: bad vlan proto type " + std::to_string(tagProtocol) + " != " +
-                    std::to_string(kLearnTagProtocol));
+    return rejected(" Error: bad vlan proto type " + std::to_string(tagProtocol) +
+                    " != " + std::to_string(kLearnTagProtocol));
   }
   std::uint16_t const ethertype = u16At(buffer, kEthertypeAt);
   if (ethertype != kIpv4Ethertype) {

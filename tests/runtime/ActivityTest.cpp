@@ -27,8 +27,7 @@ class Alarm : public Rxn::Clock::NotifieeConst {
   void onTime() override {
     journal_.push_back(name_ + "@" +
                        std::to_string(std::lround(Rxn::System::currentTime() - Rxn::Activity::kSimulatedStart)));
-    if (rearm)
-      rearm(this);
+    if (rearm) rearm(this);
   }
   std::function<void(Alarm*)> rearm;
 
@@ -163,8 +162,7 @@ class Reader : public Rxn::FileDescriptor::NotifieeConst {
       while (::read(notifier()->descriptor(), buffer, sizeof buffer) > 0) {
       }
     }
-    if (onRead)
-      onRead();
+    if (onRead) onRead();
   }
   int heard = 0;
   bool drain = true;

@@ -50,8 +50,7 @@ class Rearranger : public SensorRecorder {
   using SensorRecorder::SensorRecorder;
   void onLevel() override {
     heard.push_back("level");
-    if (victim)
-      victim->isRegisteredNotifieeIs(false);
+    if (victim) victim->isRegisteredNotifieeIs(false);
     newcomer = new SensorRecorder(notifier());
   }
   Rxn::Ptr<SensorRecorder> victim;

@@ -79,8 +79,7 @@ TEST(Log, RepeatsPassExactlyOncePerIntervalWhateverTheirSpacing) {
   for (int i = 0; i < 1800; ++i) {  // every 0.1 s for three minutes
     std::size_t const before = log.lines.size();
     Rxn::log(MAPFULL, 10, 10010);
-    if (log.lines.size() > before)
-      passed.push_back(activity.now() - Rxn::Activity::kSimulatedStart);
+    if (log.lines.size() > before) passed.push_back(activity.now() - Rxn::Activity::kSimulatedStart);
     activity.advanceTime(0.1);
   }
   ASSERT_EQ(passed.size(), 3U);

@@ -47,12 +47,9 @@ TEST(HashMap, OrderDependsOnTheKeysAloneNotOnHistory) {
 // What a walk does at each key: delete it (if even), delete its successor
 // key (if a multiple of 3), and insert a new key (while small).
 void mutateAt(Map& map, std::uint32_t key) {
-  if (key % 2 == 0)
-    map.erase(key);
-  if (key % 3 == 0)
-    map.erase((key + 1) % 200);
-  if (key < 100)
-    map.insertOrAssign(1000 + key, 0);
+  if (key % 2 == 0) map.erase(key);
+  if (key % 3 == 0) map.erase((key + 1) % 200);
+  if (key < 100) map.insertOrAssign(1000 + key, 0);
 }
 
 TEST(HashMap, AWalkSurvivesDeletionOfTheCurrentKeyAndInsertion) {
@@ -85,11 +82,9 @@ TEST(HashMap, AWalkSurvivesDeletionOfTheCurrentKeyAndInsertion) {
   for (;;) {
     std::optional<std::uint32_t> next;
     for (auto const& [key, value] : model) {
-      if ((!position || rank[key] > *position) && (!next || rank[key] < rank[*next]))
-        next = key;
+      if ((!position || rank[key] > *position) && (!next || rank[key] < rank[*next])) next = key;
     }
-    if (!next)
-      break;
+    if (!next) break;
     expected.push_back(*next);
     position = rank[*next];
     mutateAt(model, *next);

@@ -107,8 +107,7 @@ TEST_F(ReactorTest, AReplayStopsWhenItsReactorIsRetiredHalfWay) {
   // Moving sensor 1's reactor to another object replays mode, then level;
   // the mode handler retires the reactor, so level is not replayed.
   sm_->onModeHook = [this](WatcherSm::RxnSensor* reactor) {
-    if (reactor->fwkKey() == 1)
-      sm_->sensorDel(1);
+    if (reactor->fwkKey() == 1) sm_->sensorDel(1);
   };
   Rxn::Ptr<Sensor> moved = sensorFactory(1);
   EXPECT_EQ(sm_->sensorIs(moved), nullptr);
@@ -118,8 +117,7 @@ TEST_F(ReactorTest, AReplayStopsWhenItsReactorIsRetiredHalfWay) {
   // A new reactor whose start removes its own member from the source is
   // retired again at once, not left watching a deleted member.
   sm_->onModeHook = [this](WatcherSm::RxnSensor* reactor) {
-    if (reactor->fwkKey() == 8)
-      panel_->sensorDel(8);
+    if (reactor->fwkKey() == 8) panel_->sensorDel(8);
   };
   panel_->sensorIs(8);
   EXPECT_EQ(take(), (Lines{"mode 8 off", "level 8 0", "cleanup 8"}));
@@ -139,8 +137,7 @@ TEST_F(ReactorTest, AReactorDeletedByItsOwnHandlerFinishesAndHearsNoMore) {
 
   sm_->onModeHook = [this](WatcherSm::RxnSensor* reactor) {
     std::uint32_t const id = reactor->fwkKey();
-    if (id != 9)
-      return;
+    if (id != 9) return;
     sm_->sensorDel(id);
     // A nested notification for the deleted reactor is dropped.
     const_cast<Sensor*>(reactor->notifier().get())->levelIs(77);

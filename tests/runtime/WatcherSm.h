@@ -20,18 +20,15 @@ class WatcherSm : public Fab::FabBaseSm {
    public:
     RxnPanel(Rxn::Ptr<Panel const> const& panel, WatcherSm* owner) : Reactor(panel, owner) {}
     void onSensor(std::uint32_t const& id) override {
-      if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-        return;
+      if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
       owner()->sensor_.follow(owner(), notifier()->sensor(), id);
     }
     void onSensorrxnImmediate() override {
-      if (rxnMarkedForDeletion() || owner() == nullptr || !notifier())
-        return;
+      if (rxnMarkedForDeletion() || owner() == nullptr || !notifier()) return;
       reconcileSensors();
     }
     void onAlarms() override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->handleAlarms();
     }
 
@@ -51,38 +48,31 @@ class WatcherSm : public Fab::FabBaseSm {
     RxnSensor(Rxn::Ptr<Sensor const> const& sensor, WatcherSm* owner) : Reactor(sensor, owner) { handleInitialized(); }
 
     void handleInitialized() {
-      if (!owner()->initialized())
-        return;
+      if (!owner()->initialized()) return;
       initialized_ = true;
       handleMode();
       handleLevel();
     }
     void onMode() override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       handleMode();
     }
     void onLevel() override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       handleLevel();
     }
     void onLimit(std::uint32_t const& key) override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->note("limit " + std::to_string(fwkKey()) + " " + std::to_string(key));
     }
 
     void handleMode() {
-      if (!initialized_)
-        return;
+      if (!initialized_) return;
       owner()->note("mode " + std::to_string(fwkKey()) + " " + Rxn::valueToString(notifier()->mode()));
-      if (owner()->onModeHook)
-        owner()->onModeHook(this);
+      if (owner()->onModeHook) owner()->onModeHook(this);
     }
     void handleLevel() {
-      if (!initialized_)
-        return;
+      if (!initialized_) return;
       owner()->note("level " + std::to_string(fwkKey()) + " " + std::to_string(notifier()->level()));
     }
 
@@ -117,8 +107,7 @@ class WatcherSm : public Fab::FabBaseSm {
   std::size_t sensors() const { return sensor_.size(); }
 
   void handleAlarms() {
-    if (!initialized())
-      return;
+    if (!initialized()) return;
     note("alarms " + std::to_string(panel()->alarms()));
   }
 

@@ -54,8 +54,7 @@ class CounterSm : public Fab::FabBaseSm {
    public:
     using Reactor::Reactor;
     void onVerify() override {
-      if (rxnMarkedForDeletion())
-        return;
+      if (rxnMarkedForDeletion()) return;
       owner()->handleVerify();
     }
 
@@ -68,8 +67,7 @@ class CounterSm : public Fab::FabBaseSm {
 
   void handleVerify() {
     ++verifications;
-    if (!initialized())
-      return;
+    if (!initialized()) return;
     if (privateCount != publishedCount) {
       FAB_VERIFY_FAILURE(verifyData_->notifier(),
                          Rxn::format("count %d differs from published %d", privateCount, publishedCount));

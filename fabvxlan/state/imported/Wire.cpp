@@ -25,11 +25,9 @@ NameTable& names() {
 }
 
 int hexDigit(char c) {
-  if (c >= '0' && c <= '9')
-    return c - '0';
+  if (c >= '0' && c <= '9') return c - '0';
   c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   return -1;
 }
 

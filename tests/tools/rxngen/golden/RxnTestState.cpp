@@ -35,14 +35,12 @@ std::uint16_t Channel::checked(std::int64_t value) {
 }
 
 Channel Channel::fromString(Rxn::String const& text) {
-  if (text == "none")
-    return Channel(0);
+  if (text == "none") return Channel(0);
   return Channel(Rxn::parseInteger(text, "RxnTest::Channel"));
 }
 
 Rxn::String Channel::stringValue() const {
-  if (value_ == static_cast<std::uint16_t>(0))
-    return "none";
+  if (value_ == static_cast<std::uint16_t>(0)) return "none";
   return std::to_string(value_);
 }
 
@@ -60,9 +58,7 @@ Rxn::String Calibration::stringValue() const {
 }
 
 std::ostream& operator<<(std::ostream& out, Calibration const& value) {
-  return out << "Calibration("
-             << "points=" << Rxn::valueToString(value.points()) << ", "
-             << "scale=" << Rxn::valueToString(value.scale()) << ")";
+  return out << "Calibration(" << "points=" << Rxn::valueToString(value.points()) << ", " << "scale=" << Rxn::valueToString(value.scale()) << ")";
 }
 
 std::uint64_t Reading::hash() const {
@@ -80,10 +76,7 @@ Rxn::String Reading::stringValue() const {
 }
 
 std::ostream& operator<<(std::ostream& out, Reading const& value) {
-  return out << "Reading("
-             << "channel=" << Rxn::valueToString(value.channel()) << ", "
-             << "level=" << Rxn::valueToString(value.level()) << ", "
-             << "note=" << Rxn::valueToString(value.note()) << ")";
+  return out << "Reading(" << "channel=" << Rxn::valueToString(value.channel()) << ", " << "level=" << Rxn::valueToString(value.level()) << ", " << "note=" << Rxn::valueToString(value.note()) << ")";
 }
 
 }  // namespace RxnTest
@@ -95,16 +88,12 @@ String ValueTraits<RxnTest::Mode>::strep(RxnTest::Mode value) {
 }
 
 RxnTest::Mode ValueTraits<RxnTest::Mode>::fromStrep(StrepNode const& node) {
-  if (node.kind != StrepNode::Kind::string &&
-      (node.kind != StrepNode::Kind::wrapper || node.typeName != "RxnTest::Mode")) {
+  if (node.kind != StrepNode::Kind::string && (node.kind != StrepNode::Kind::wrapper || node.typeName != "RxnTest::Mode")) {
     throwStrepError("expected a RxnTest::Mode", node);
   }
-  if (node.text == "off")
-    return RxnTest::Mode::off;
-  if (node.text == "standby")
-    return RxnTest::Mode::standby;
-  if (node.text == "on")
-    return RxnTest::Mode::on;
+  if (node.text == "off") return RxnTest::Mode::off;
+  if (node.text == "standby") return RxnTest::Mode::standby;
+  if (node.text == "on") return RxnTest::Mode::on;
   throwRangeException("bad value text: " + node.text + " is no RxnTest::Mode");
 }
 
@@ -113,35 +102,28 @@ String ValueTraits<RxnTest::Health>::strep(RxnTest::Health value) {
 }
 
 RxnTest::Health ValueTraits<RxnTest::Health>::fromStrep(StrepNode const& node) {
-  if (node.kind != StrepNode::Kind::string &&
-      (node.kind != StrepNode::Kind::wrapper || node.typeName != "RxnTest::Health")) {
+  if (node.kind != StrepNode::Kind::string && (node.kind != StrepNode::Kind::wrapper || node.typeName != "RxnTest::Health")) {
     throwStrepError("expected a RxnTest::Health", node);
   }
-  if (node.text == "healthy_")
-    return RxnTest::Health::healthy_;
-  if (node.text == "degraded_")
-    return RxnTest::Health::degraded_;
+  if (node.text == "healthy_") return RxnTest::Health::healthy_;
+  if (node.text == "degraded_") return RxnTest::Health::degraded_;
   throwRangeException("bad value text: " + node.text + " is no RxnTest::Health");
 }
 
 String ValueTraits<RxnTest::Calibration>::strep(RxnTest::Calibration const& value) {
-  return String("Value('RxnTest::Calibration', ** {'points': ") + valueToStrep(value.points()) +
-         ", 'scale': " + valueToStrep(value.scale()) + "})";
+  return String("Value('RxnTest::Calibration', ** {'points': ") + valueToStrep(value.points()) + ", 'scale': " + valueToStrep(value.scale()) + "})";
 }
 
 RxnTest::Calibration ValueTraits<RxnTest::Calibration>::fromStrep(StrepNode const& node) {
   strep::expectRecord(node, "RxnTest::Calibration", 2);
   RxnTest::Calibration value;
-  for (auto const& [key, member] : ValueTraits<Rxn::HashMap2018<std::uint32_t, bool>>::fromStrep(
-           strep::field(node, "RxnTest::Calibration", "points", 0)))
-    value.pointsIs(key, member);
+  for (auto const& [key, member] : ValueTraits<Rxn::HashMap2018<std::uint32_t, bool>>::fromStrep(strep::field(node, "RxnTest::Calibration", "points", 0))) value.pointsIs(key, member);
   value.scaleIs(ValueTraits<double>::fromStrep(strep::field(node, "RxnTest::Calibration", "scale", 1)));
   return value;
 }
 
 String ValueTraits<RxnTest::Reading>::strep(RxnTest::Reading const& value) {
-  return String("Value('RxnTest::Reading', ** {'channel': ") + valueToStrep(value.channel()) +
-         ", 'level': " + valueToStrep(value.level()) + ", 'note': " + valueToStrep(value.note()) + "})";
+  return String("Value('RxnTest::Reading', ** {'channel': ") + valueToStrep(value.channel()) + ", 'level': " + valueToStrep(value.level()) + ", 'note': " + valueToStrep(value.note()) + "})";
 }
 
 RxnTest::Reading ValueTraits<RxnTest::Reading>::fromStrep(StrepNode const& node) {

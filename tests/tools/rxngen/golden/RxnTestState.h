@@ -48,10 +48,7 @@ class Calibration {
   Rxn::HashMap2018<std::uint32_t, bool> const& points() const { return points_; }
   std::size_t pointss() const { return points_.size(); }
   void pointsIs(std::uint32_t const& key, bool member) {
-    if (member)
-      points_.insertOrAssign(key, true);
-    else
-      points_.erase(key);
+    if (member) points_.insertOrAssign(key, true); else points_.erase(key);
   }
   void pointsDel(std::uint32_t const& key) { points_.erase(key); }
   double scale() const { return scale_; }
@@ -59,9 +56,7 @@ class Calibration {
   using Unit = Mode;
 
   bool operator==(Calibration const& other) const = default;
-  bool operator<(Calibration const& other) const {
-    return std::tie(points_, scale_) < std::tie(other.points_, other.scale_);
-  }
+  bool operator<(Calibration const& other) const { return std::tie(points_, scale_) < std::tie(other.points_, other.scale_); }
   bool operator!() const { return *this == Calibration(); }
   std::uint64_t hash() const;
   Rxn::String stringValue() const;
@@ -75,8 +70,7 @@ std::ostream& operator<<(std::ostream& out, Calibration const& value);
 class Reading {
  public:
   Reading() = default;
-  Reading(std::uint32_t const& channel, std::int32_t const& level, Rxn::String const& note)
-      : channel_(channel), level_(level), note_(note) {}
+  Reading(std::uint32_t const& channel, std::int32_t const& level, Rxn::String const& note) : channel_(channel), level_(level), note_(note) {}
   static char const* rxnTypeName() { return "RxnTest::Reading"; }
 
   std::uint32_t channel() const { return channel_; }
@@ -88,9 +82,7 @@ class Reading {
   std::uint32_t const& fwkKey() const { return channel_; }
 
   bool operator==(Reading const& other) const = default;
-  bool operator<(Reading const& other) const {
-    return std::tie(channel_, level_, note_) < std::tie(other.channel_, other.level_, other.note_);
-  }
+  bool operator<(Reading const& other) const { return std::tie(channel_, level_, note_) < std::tie(other.channel_, other.level_, other.note_); }
   bool operator!() const { return channel_ == 0; }
   std::uint64_t hash() const;
   Rxn::String stringValue() const;
@@ -110,8 +102,7 @@ class Display : public Rxn::Entity {
 
   Rxn::String text() const { return text_; }
   void textIs(Rxn::String const& value) {
-    if (text_ == value)
-      return;
+    if (text_ == value) return;
     text_ = value;
     textNotify();
   }
@@ -133,22 +124,20 @@ class Display::NotifieeConst : public Rxn::Entity::NotifieeConst {
 inline void Display::textNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onText(); });
 }
-inline Rxn::Ptr<Display> displayFactory(Rxn::Name const& name) {
-  return new Display(name);
-}
+inline Rxn::Ptr<Display> displayFactory(Rxn::Name const& name) { return new Display(name); }
 
 class Sensor : public Rxn::Entity {
  public:
   class NotifieeConst;
-  explicit Sensor(std::uint32_t const& id) : Rxn::Entity(Rxn::valueToString(id)), id_(id) {}
+  explicit Sensor(std::uint32_t const& id)
+      : Rxn::Entity(Rxn::valueToString(id)), id_(id) {}
   char const* fwkType() const override { return "RxnTest::Sensor"; }
   std::uint32_t const& id() const { return id_; }
   std::uint32_t const& fwkKey() const { return id_; }
 
   Mode mode() const { return mode_; }
   void modeIs(Mode const& value) {
-    if (mode_ == value)
-      return;
+    if (mode_ == value) return;
     mode_ = value;
     modeNotify();
   }
@@ -156,8 +145,7 @@ class Sensor : public Rxn::Entity {
 
   std::uint64_t count() const { return count_; }
   void countIs(std::uint64_t const& value) {
-    if (count_ == value)
-      return;
+    if (count_ == value) return;
     count_ = value;
     countNotify();
   }
@@ -170,8 +158,7 @@ class Sensor : public Rxn::Entity {
 
   std::int32_t level() const { return level_; }
   void levelIs(std::int32_t const& value) {
-    if (level_ == value)
-      return;
+    if (level_ == value) return;
     level_ = value;
     levelNotify();
   }
@@ -186,12 +173,10 @@ class Sensor : public Rxn::Entity {
   Rxn::HashMap2018<std::uint32_t, std::int32_t> const& limit() const { return limit_; }
   std::size_t limits() const { return limit_.size(); }
   void limitIs(std::uint32_t const& key, std::int32_t const& value) {
-    if (limit_.insertOrAssign(key, value).second)
-      limitNotify(key);
+    if (limit_.insertOrAssign(key, value).second) limitNotify(key);
   }
   void limitDel(std::uint32_t const& key) {
-    if (limit_.erase(key))
-      limitNotify(key);
+    if (limit_.erase(key)) limitNotify(key);
   }
   void limitDelAll() {
     Rxn::attr::delAll(limit_, [this](std::uint32_t const& key) { limitDel(key); });
@@ -205,13 +190,11 @@ class Sensor : public Rxn::Entity {
   std::size_t readings() const { return reading_.size(); }
   void readingIs(Reading const& value) {
     std::uint32_t const key = value.fwkKey();
-    if (reading_.insertOrAssign(key, value).second)
-      readingNotify(key);
+    if (reading_.insertOrAssign(key, value).second) readingNotify(key);
   }
   Reading readingDel(std::uint32_t const& key) {
     std::optional<Reading> const old = reading_.take(key);
-    if (!old)
-      return Reading();
+    if (!old) return Reading();
     readingNotify(key);
     return *old;
   }
@@ -233,8 +216,7 @@ class Sensor : public Rxn::Entity {
     }
   }
   void tagDel(Rxn::String const& key) {
-    if (tag_.erase(key))
-      tagNotify(key);
+    if (tag_.erase(key)) tagNotify(key);
   }
   void tagDelAll() {
     Rxn::attr::delAll(tag_, [this](Rxn::String const& key) { tagDel(key); });
@@ -245,8 +227,7 @@ class Sensor : public Rxn::Entity {
 
   Rxn::Ptr<Display> peer() const { return peer_; }
   void peerIs(Rxn::Ptr<Display> const& value) {
-    if (peer_ == value)
-      return;
+    if (peer_ == value) return;
     peer_ = value;
     peerNotify();
   }
@@ -254,8 +235,7 @@ class Sensor : public Rxn::Entity {
 
   virtual bool calibrated() const { return calibrated_; }
   void calibratedIs(bool const& value) {
-    if (calibrated_ == value)
-      return;
+    if (calibrated_ == value) return;
     calibrated_ = value;
     calibratedNotify();
   }
@@ -263,8 +243,7 @@ class Sensor : public Rxn::Entity {
 
   Calibration calibration() const { return calibration_; }
   void calibrationIs(Calibration const& value) {
-    if (calibration_ == value)
-      return;
+    if (calibration_ == value) return;
     calibration_ = value;
     calibrationNotify();
   }
@@ -272,8 +251,7 @@ class Sensor : public Rxn::Entity {
 
   Channel channel() const { return channel_; }
   void channelIs(Channel const& value) {
-    if (channel_ == value)
-      return;
+    if (channel_ == value) return;
     channel_ = value;
     channelNotify();
   }
@@ -284,13 +262,11 @@ class Sensor : public Rxn::Entity {
   std::size_t readingByLevels() const { return readingByLevel_.size(); }
   void readingByLevelIs(Reading const& value) {
     std::int32_t const key = value.level();
-    if (readingByLevel_.insertOrAssign(key, value).second)
-      readingByLevelNotify(key);
+    if (readingByLevel_.insertOrAssign(key, value).second) readingByLevelNotify(key);
   }
   Reading readingByLevelDel(std::int32_t const& key) {
     std::optional<Reading> const old = readingByLevel_.take(key);
-    if (!old)
-      return Reading();
+    if (!old) return Reading();
     readingByLevelNotify(key);
     return *old;
   }
@@ -388,9 +364,7 @@ inline void Sensor::readingByLevelNotify(std::int32_t const& key) const {
 inline void Sensor::readingByLevelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onReadingByLevelrxnImmediate(); });
 }
-inline Rxn::Ptr<Sensor> sensorFactory(std::uint32_t const& id) {
-  return new Sensor(id);
-}
+inline Rxn::Ptr<Sensor> sensorFactory(std::uint32_t const& id) { return new Sensor(id); }
 
 class Panel : public Rxn::Entity {
  public:
@@ -407,8 +381,7 @@ class Panel : public Rxn::Entity {
   std::size_t sensors() const { return sensor_.size(); }
   Rxn::Ptr<Sensor> sensorIs(std::uint32_t const& key) {
     auto [slot, fresh] = sensor_.findOrInsert(key);
-    if (!fresh)
-      return *slot;
+    if (!fresh) return *slot;
     *slot = Rxn::attr::adopt(Rxn::Ptr<Sensor>(new Sensor(key)), this, "sensor");
     Rxn::Ptr<Sensor> const child = *slot;
     sensorNotify(key);
@@ -416,8 +389,7 @@ class Panel : public Rxn::Entity {
   }
   void sensorDel(std::uint32_t const& key) {
     std::optional<Rxn::Ptr<Sensor>> const old = sensor_.take(key);
-    if (!old)
-      return;
+    if (!old) return;
     Rxn::attr::orphan(*old);
     sensorNotify(key);
   }
@@ -430,16 +402,14 @@ class Panel : public Rxn::Entity {
 
   Rxn::Ptr<Display> main() const { return main_; }
   Rxn::Ptr<Display> mainIs(Rxn::Name const& name) {
-    if (main_ && main_->name() == name)
-      return main_;
+    if (main_ && main_->name() == name) return main_;
     Rxn::attr::orphan(main_);
     main_ = Rxn::attr::adopt(Rxn::Ptr<Display>(new Display(name)), this, "main");
     mainNotify();
     return main_;
   }
   void mainDel() {
-    if (!main_)
-      return;
+    if (!main_) return;
     Rxn::attr::orphan(main_);
     main_ = nullptr;
     mainNotify();
@@ -448,8 +418,7 @@ class Panel : public Rxn::Entity {
 
   std::uint32_t alarms() const { return alarms_; }
   void alarmsIs(std::uint32_t const& value) {
-    if (alarms_ == value)
-      return;
+    if (alarms_ == value) return;
     alarms_ = value;
     alarmsNotify();
   }
@@ -491,22 +460,20 @@ inline void Panel::mainNotify() const {
 inline void Panel::alarmsNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onAlarms(); });
 }
-inline Rxn::Ptr<Panel> panelFactory(Rxn::Name const& name) {
-  return new Panel(name);
-}
+inline Rxn::Ptr<Panel> panelFactory(Rxn::Name const& name) { return new Panel(name); }
 
 class Device : public Rxn::Entity {
  public:
   class NotifieeConst;
-  explicit Device(Rxn::String const& hostname) : Rxn::Entity(Rxn::valueToString(hostname)), hostname_(hostname) {}
+  explicit Device(Rxn::String const& hostname)
+      : Rxn::Entity(Rxn::valueToString(hostname)), hostname_(hostname) {}
   char const* fwkType() const override { return "RxnTest::Device"; }
   Rxn::String const& hostname() const { return hostname_; }
   Rxn::String const& fwkKey() const { return hostname_; }
 
   bool power() const { return power_; }
   void powerIs(bool const& value) {
-    if (power_ == value)
-      return;
+    if (power_ == value) return;
     power_ = value;
     powerNotify();
   }
@@ -529,9 +496,7 @@ class Device::NotifieeConst : public Rxn::Entity::NotifieeConst {
 inline void Device::powerNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onPower(); });
 }
-inline Rxn::Ptr<Device> deviceFactory(Rxn::String const& hostname) {
-  return new Device(hostname);
-}
+inline Rxn::Ptr<Device> deviceFactory(Rxn::String const& hostname) { return new Device(hostname); }
 
 class Router : public Device {
  public:
@@ -541,8 +506,7 @@ class Router : public Device {
 
   std::uint32_t routes() const { return routes_; }
   void routesIs(std::uint32_t const& value) {
-    if (routes_ == value)
-      return;
+    if (routes_ == value) return;
     routes_ = value;
     routesNotify();
   }
@@ -569,9 +533,7 @@ class Router::NotifieeConst : public Device::NotifieeConst {
 inline void Router::routesNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onRoutes(); });
 }
-inline Rxn::Ptr<Router> routerFactory(Rxn::String const& hostname) {
-  return new Router(hostname);
-}
+inline Rxn::Ptr<Router> routerFactory(Rxn::String const& hostname) { return new Router(hostname); }
 
 class PanelMemory {
  public:
@@ -579,12 +541,10 @@ class PanelMemory {
   Rxn::HashMap2018<std::uint32_t, std::uint32_t> const& seen() const { return seen_; }
   std::size_t seens() const { return seen_.size(); }
   void seenIs(std::uint32_t const& key, std::uint32_t const& value) {
-    if (seen_.insertOrAssign(key, value).second)
-      seenNotify(key);
+    if (seen_.insertOrAssign(key, value).second) seenNotify(key);
   }
   void seenDel(std::uint32_t const& key) {
-    if (seen_.erase(key))
-      seenNotify(key);
+    if (seen_.erase(key)) seenNotify(key);
   }
   void seenDelAll() {
     Rxn::attr::delAll(seen_, [this](std::uint32_t const& key) { seenDel(key); });
@@ -598,8 +558,7 @@ class PanelMemory {
   std::size_t lastSensors() const { return lastSensor_.size(); }
   Rxn::Ptr<Sensor> lastSensorIs(std::uint32_t const& key) {
     auto [slot, fresh] = lastSensor_.findOrInsert(key);
-    if (!fresh)
-      return *slot;
+    if (!fresh) return *slot;
     *slot = Rxn::attr::adopt(Rxn::Ptr<Sensor>(new Sensor(key)), nullptr, "lastSensor");
     Rxn::Ptr<Sensor> const child = *slot;
     lastSensorNotify(key);
@@ -607,8 +566,7 @@ class PanelMemory {
   }
   void lastSensorDel(std::uint32_t const& key) {
     std::optional<Rxn::Ptr<Sensor>> const old = lastSensor_.take(key);
-    if (!old)
-      return;
+    if (!old) return;
     Rxn::attr::orphan(*old);
     lastSensorNotify(key);
   }
@@ -621,8 +579,7 @@ class PanelMemory {
 
   std::uint64_t visits() const { return visits_; }
   void visitsIs(std::uint64_t const& value) {
-    if (visits_ == value)
-      return;
+    if (visits_ == value) return;
     visits_ = value;
     visitsNotify();
   }
@@ -635,8 +592,7 @@ class PanelMemory {
 
   bool quiet() const { return quiet_; }
   void quietIs(bool const& value) {
-    if (quiet_ == value)
-      return;
+    if (quiet_ == value) return;
     quiet_ = value;
     quietNotify();
   }
