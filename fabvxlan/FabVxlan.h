@@ -38,3 +38,6 @@
 #include "fabvxlan/state/imported/VxlanController.h"
 #include "fabvxlan/state/imported/Wire.h"
 #include "fabvxlan/state/imported/WireRecords.h"
+#include "fabvxlan/vtep/FabHelperVtep.h"
+#include "fabvxlan/vtep/FabVtepEventSm.h"
+#include "fabvxlan/vtep/FabVtepSm.h"

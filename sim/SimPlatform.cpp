@@ -1,7 +1,6 @@
 #include "sim/SimPlatform.h"
 
 #include <functional>
-#include <limits>
 
 RXN_TRACE_MODULE("FabVxlanSim");
 
@@ -10,32 +9,6 @@ namespace Sim {
 using Fab::VXLAN::FabVxlanInfo;
 using Fab::VXLAN::FabVxlanState;
 using Fab::VXLAN::VxlanBootStatus;
-
-// A platform answer that comes the answer delay after it was asked for; a
-// delay of 0 answers at the next turn, never within the asking handler.
-class DelayedAnswer {
- public:
-  DelayedAnswer(double delay, std::function<void()> answer)
-      : delay_(delay), answer_(std::move(answer)), clock_(new RxnClock(Rxn::ActivityFacility::clock(), this)) {
-    clock_->hasNotificationActiveIs(true);
-  }
-  ~DelayedAnswer() { clock_->timeMinIs(std::numeric_limits<double>::infinity()); }
-  void ask() { clock_->timeMinIs(delay_ > 0 ? Rxn::System::currentTime() + delay_ : 0.0); }
-
- private:
-  class RxnClock : public Rxn::Reactor<DelayedAnswer, Rxn::Clock const> {
-   public:
-    using Reactor::Reactor;
-    void onTime() override {
-      if (rxnMarkedForDeletion()) return;
-      owner()->answer_();
-    }
-  };
-
-  double delay_;
-  std::function<void()> answer_;
-  Rxn::Ptr<RxnClock> clock_;
-};
 
 // Stands in for a sub-machine of the feature: follows FabVxlanInfo::state
 // and answers in the machine's sub-state as its handshake with the hardware
@@ -46,10 +19,7 @@ class SubStateStandIn : public Rxn::PtrInterface {
   using Setter = void (FabVxlanInfo::*)(FabVxlanState const&);
 
   SubStateStandIn(std::string name, Rxn::Ptr<FabVxlanInfo> const& info, Getter get, Setter set, double delay)
-      : name_(std::move(name)), get_(get), set_(set), info_(new RxnVxlanInfo(info, this)), answer_(delay, [this] {
-          RXN_TRACE(7, name_ << " answered " << answerState_);
-          (info_->notifier().get()->*set_)(answerState_);
-        }) {
+      : name_(std::move(name)), get_(get), set_(set), info_(new RxnVxlanInfo(info, this)), answers_(delay) {
     info_->hasNotificationActiveIs(true);
   }
 
@@ -87,17 +57,22 @@ class SubStateStandIn : public Rxn::PtrInterface {
 
   void begin(FabVxlanState requested, FabVxlanState answer) {
     RXN_TRACE(7, name_ << " requests " << requested << ", the platform will answer " << answer);
-    answerState_ = answer;
-    (info_->notifier().get()->*set_)(requested);
-    answer_.ask();
+    FabVxlanInfo* const info = info_->notifier().get();
+    (info->*set_)(requested);
+    // An answer that a later request overtook changes nothing.
+    answers_.post([this, info, requested, answer] {
+      if ((info->*get_)() == requested) {
+        RXN_TRACE(7, name_ << " answered " << answer);
+        (info->*set_)(answer);
+      }
+    });
   }
 
   std::string name_;
   Getter get_;
   Setter set_;
-  FabVxlanState answerState_ = FabVxlanState::clean_;
   Rxn::Ptr<RxnVxlanInfo> info_;
-  DelayedAnswer answer_;
+  AnswerQueue answers_;
 };
 
 // Stands in for a sub-machine's part in a hitless restart: once the stage
@@ -108,16 +83,16 @@ class StageStandIn : public Rxn::PtrInterface {
   using Setter = void (VxlanBootStatus::*)(bool const&);
 
   StageStandIn(std::string name, Rxn::Ptr<VxlanBootStatus> const& boot, Getter before, Setter stage, double delay)
-      : before_(before), boot_(new RxnBootStatus(boot, this)), answer_(delay, [this, name = std::move(name), stage] {
-          RXN_TRACE(7, name << " publishes its restart stage");
-          (boot_->notifier().get()->*stage)(true);
-        }) {
+      : name_(std::move(name)), before_(before), stage_(stage), boot_(new RxnBootStatus(boot, this)), answers_(delay) {
     boot_->hasNotificationActiveIs(true);
   }
 
   void handleBootStatus() {
     if ((boot_->notifier().get()->*before_)()) {
-      answer_.ask();
+      answers_.post([this] {
+        RXN_TRACE(7, name_ << " publishes its restart stage");
+        (boot_->notifier().get()->*stage_)(true);
+      });
     }
   }
 
@@ -136,12 +111,14 @@ class StageStandIn : public Rxn::PtrInterface {
     }
   };
 
+  std::string name_;
   Getter before_;
+  Setter stage_;
   Rxn::Ptr<RxnBootStatus> boot_;
-  DelayedAnswer answer_;
+  AnswerQueue answers_;
 };
 
-Platform::Platform(PlatformConfig const& config) : config_(config) {
+Platform::Platform(PlatformConfig const& config) : config_(config), tunnelAnswers_(config.answerDelay) {
   acsd_ = Fab::fabCommonSmDataFactory("acsd");
   verifyHarness_ = new Fab::VerifyHarness(acsd_->verifyDataIs("verifyData"));
   vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
@@ -151,13 +128,23 @@ Platform::Platform(PlatformConfig const& config) : config_(config) {
   bumStatus_ = vxlanHwStatusDir_->bumStatusIs("bumStatus");
   vxlanBootStatus_ = Fab::VXLAN::vxlanBootStatusFactory("vxlanBootStatus");
   bridgingConfig_ = Bridging::configFactory("bridgingConfig");
+  vtepConfigDir_ = Fab::VXLAN::vtepConfigDirFactory("vtepConfigDir");
+  vtepStatusDir_ = Fab::VXLAN::vtepStatusDirFactory("vtepStatusDir");
+  vtepEvent_ = Fab::VXLAN::vtepEventFactory("vtepEvent");
+  tunnelConfig_ = Fab::fabTunnelConfigFactory("tunnelConfig");
+  tunnelStatus_ = Fab::fabTunnelStatusFactory("tunnelStatus");
+  swTunnelGroupIdManager_ = Fab::swTunnelGroupIdManagerFactory("swTunnelGroupIdManager");
+  tunnelLayer_ = new SimTunnelLayer(tunnelConfig_, tunnelStatus_, config_.tunnelLayer, tunnelAnswers_);
+  Fab::VXLAN::learnSocketOpenerIs([this] { return learnWire_.open(); });
   start();
 }
 
 Platform::~Platform() {
   central_ = nullptr;
+  vtepSm_ = nullptr;
   standIns_.clear();
   stageStandIns_.clear();
+  Fab::VXLAN::learnSocketOpenerIs(nullptr);
 }
 
 void Platform::start() {
@@ -165,16 +152,33 @@ void Platform::start() {
   startMachines();
 }
 
+// The hooks belong to the agent: a restarted agent makes them anew, over the
+// chip that kept its state.
+void Platform::buildHooks() {
+  helperAnswerQueue_ = std::make_unique<AnswerQueue>(config_.answerDelay);
+  helperAnswerQueue_->heldIs(tunnelAnswers_.held());
+  fabHelperVtep_ = new SimFabHelperVtep(vtepHardware_, acsd_->verifyData(), config_.maxRemoteVteps);
+  fabHelperVtep_->useUniqGenIdIs(config_.useUniqGenId);
+  helperAnswers_ = new VtepHelperAnswers(fabHelperVtep_, *helperAnswerQueue_);
+  tunnelLayer_->helperIs(fabHelperVtep_);
+}
+
 void Platform::buildMachines() {
   central_ = Fab::VXLAN::vxlanCentralSmFactory(acsd_, vxlanInfo_, vtiStatusDir_, l2RibFloodSet_, vxlanHwStatusDir_,
                                                bumStatus_, vxlanBootStatus_);
   central_->vtepGroupSupportedIs(config_.vtepGroupSupported);
-  if (!config_.standIns) {
+  if (!config_.subMachines) {
     return;
   }
+  buildHooks();
+  vtepSm_ = Fab::VXLAN::vtepSmFactory(acsd_, vxlanInfo_, vtiStatusDir_, vtepConfigDir_, vtepStatusDir_,
+                                      vxlanHwStatusDir_, vtepEvent_, tunnelConfig_, tunnelStatus_, fabHelperVtep_,
+                                      swTunnelGroupIdManager_, vxlanBootStatus_);
+  buildStandIns();
+}
+
+void Platform::buildStandIns() {
   double const delay = config_.answerDelay;
-  standIns_.push_back(
-      new SubStateStandIn("VtepSm", vxlanInfo_, &FabVxlanInfo::vtepSmState, &FabVxlanInfo::vtepSmStateIs, delay));
   standIns_.push_back(
       new SubStateStandIn("VniSm", vxlanInfo_, &FabVxlanInfo::vniSmState, &FabVxlanInfo::vniSmStateIs, delay));
   standIns_.push_back(new SubStateStandIn("VxlanMacAddrSm", vxlanInfo_, &FabVxlanInfo::vxlanMacSmState,
@@ -195,6 +199,9 @@ void Platform::buildMachines() {
 // The sub-machines start first, so that the first decision of the central
 // machine reaches machines that already follow it.
 void Platform::startMachines() {
+  if (vtepSm_) {
+    vtepSm_->handleInitialized();
+  }
   for (Rxn::Ptr<SubStateStandIn> const& standIn : standIns_) {
     standIn->handleState();
   }
@@ -212,8 +219,13 @@ void Platform::agentDown(Shutdown how) {
   RXN_TRACE(1, "the agent goes down" << (restarting ? " for a hitless restart" : " for good"));
   central_->disableCleanupOnRestartIs(restarting);
   central_ = nullptr;
+  vtepSm_ = nullptr;
   standIns_.clear();
   stageStandIns_.clear();
+  helperAnswers_ = nullptr;
+  fabHelperVtep_ = nullptr;
+  helperAnswerQueue_ = nullptr;
+  tunnelLayer_->helperIs(nullptr);
 }
 
 void Platform::agentUp() {
@@ -236,6 +248,16 @@ void Platform::settle() {
   activity_.run();
 }
 
+void Platform::answersAre(double delay, bool held) {
+  config_.answerDelay = delay;
+  for (AnswerQueue* queue : {&tunnelAnswers_, helperAnswerQueue_.get()}) {
+    if (queue != nullptr) {
+      queue->delayIs(delay);
+      queue->heldIs(held);
+    }
+  }
+}
+
 std::vector<std::string> Platform::standInNames() const {
   std::vector<std::string> names;
   for (Rxn::Ptr<SubStateStandIn> const& standIn : standIns_) {
@@ -250,6 +272,34 @@ Rxn::Ptr<Vxlan::VtiStatus> Platform::vti(Wire::IntfId const& intfId) {
 
 Rxn::Ptr<L2Rib::FloodSet> Platform::floodSet(Bridging::VlanId const& vlanId, Wire::EthAddr const& mac) {
   return l2RibFloodSet_->vlanFloodSetIs(vlanId)->floodSetIs(mac);
+}
+
+void Platform::remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, bool needed) {
+  Fab::SwTunnelGroupId const id = vtepId(vtep);
+  if (needed) {
+    vtepConfigDir_->vtepConfigIs(vti)->remoteVtepListIs(id, true);
+    return;
+  }
+  Rxn::Ptr<Fab::VXLAN::VtepConfig> const config = vtepConfigDir_->vtepConfig(vti);
+  if (!config) {
+    return;
+  }
+  config->remoteVtepListDel(id);
+  if (config->remoteVtepLists() == 0) {
+    vtepConfigDir_->vtepConfigDel(vti);
+  }
+}
+
+Fab::SwTunnelGroupId Platform::vtepId(Wire::IpAddr const& vtep) const {
+  return swTunnelGroupIdManager_->getSwTunnelGroupIdForTunnelIp(vtep);
+}
+
+void Platform::learnFrame(std::vector<std::uint8_t> const& frame) {
+  if (!vtepSm_ || !vtepSm_->vtepEventSm()) {
+    RXN_TRACE(7, "no VTI reads learn frames: the frame is lost");
+    return;
+  }
+  learnWire_.send(frame);
 }
 
 void Platform::floodSetDel(Bridging::VlanId const& vlanId, Wire::EthAddr const& mac) {

@@ -8,10 +8,12 @@
 // harness would: a stand-in follows FabVxlanInfo::state and answers in its
 // sub-state after the platform's answer delay.
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
 #include "fabvxlan/FabVxlan.h"
+#include "sim/SimVtep.h"
 
 namespace Sim {
 
@@ -21,9 +23,14 @@ struct PlatformConfig {
   bool vtepGroupSupported = false;
   // Whether a restart of the agent is hitless (the hardware keeps forwarding).
   bool hitlessRestartSupported = true;
-  // Stand-ins answer the feature state for the sub-machines not built yet;
-  // without them a test drives the sub-states by hand.
-  bool standIns = true;
+  // The sub-machines (real or stand-ins) answer the feature state; without
+  // them a test drives the sub-states by hand.
+  bool subMachines = true;
+  // The VTEP hook: generation ids in tunnel keys, and the remote VTEPs the
+  // platform can take.
+  bool useUniqGenId = true;
+  std::uint32_t maxRemoteVteps = 100;
+  TunnelLayerLimits tunnelLayer;
 };
 
 // How the agent goes down: to come back hitlessly, or for good.
@@ -53,8 +60,9 @@ class Platform {
   }
   // The two halves of a hitless restart, for a scenario that changes the
   // world while the agent is away. The restarted agent publishes a rested
-  // FabVxlanInfo: the feature and every sub-machine start from clean_, and
-  // the kept hardware is found again through the handshakes.
+  // FabVxlanInfo and makes its hooks anew: the feature and every sub-machine
+  // start from clean_, and find the kept hardware again through the
+  // handshakes.
   void agentDown(Shutdown how = Shutdown::forRestart);
   void agentUp();
   bool agentRunning() const { return !!central_; }
@@ -63,6 +71,9 @@ class Platform {
   void runFor(double seconds) { activity_.runFor(seconds); }
   // Runs until no timer is armed: every pending answer has come.
   void settle();
+  // The platform's answers from now on: their delay, and whether they are
+  // held back until released.
+  void answersAre(double delay, bool held);
 
   // The VTI of this name, made if it does not exist.
   Rxn::Ptr<Vxlan::VtiStatus> vti(Wire::IntfId const& intfId);
@@ -70,6 +81,13 @@ class Platform {
   // The L2Rib flood set of (VLAN, MAC), made if it does not exist.
   Rxn::Ptr<L2Rib::FloodSet> floodSet(Bridging::VlanId const& vlanId, Wire::EthAddr const& mac);
   void floodSetDel(Bridging::VlanId const& vlanId, Wire::EthAddr const& mac);
+  // A remote VTEP that the hosts of a VTI need, as the remote MAC machine
+  // lists it in VtepConfig; the VTI's VtepConfig goes with its last VTEP.
+  void remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, bool needed);
+  Fab::SwTunnelGroupId vtepId(Wire::IpAddr const& vtep) const;
+  // The data path copies a frame to the CPU. Without a VTI up nothing reads
+  // it, and it is lost.
+  void learnFrame(std::vector<std::uint8_t> const& frame);
 
   // Shared entities.
   Rxn::Ptr<Fab::FabCommonSmData> const& acsd() const { return acsd_; }
@@ -80,15 +98,29 @@ class Platform {
   Rxn::Ptr<Vxlan::BumStatus> const& bumStatus() const { return bumStatus_; }
   Rxn::Ptr<Fab::VXLAN::VxlanBootStatus> const& vxlanBootStatus() const { return vxlanBootStatus_; }
   Rxn::Ptr<Bridging::Config> const& bridgingConfig() const { return bridgingConfig_; }
+  Rxn::Ptr<Fab::VXLAN::VtepConfigDir> const& vtepConfigDir() const { return vtepConfigDir_; }
+  Rxn::Ptr<Fab::VXLAN::VtepStatusDir> const& vtepStatusDir() const { return vtepStatusDir_; }
+  Rxn::Ptr<Fab::VXLAN::VtepEvent> const& vtepEvent() const { return vtepEvent_; }
+  Rxn::Ptr<Fab::FabTunnelConfig> const& tunnelConfig() const { return tunnelConfig_; }
+  Rxn::Ptr<Fab::FabTunnelStatus> const& tunnelStatus() const { return tunnelStatus_; }
+  Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelGroupIdManager() const { return swTunnelGroupIdManager_; }
+
+  // The platform's side.
+  Rxn::Ptr<SimFabHelperVtep> const& fabHelperVtep() const { return fabHelperVtep_; }
+  VtepHardware const& vtepHardware() const { return vtepHardware_; }
+  SimTunnelLayer& tunnelLayer() const { return *tunnelLayer_; }
 
   // Machines.
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> const& central() const { return central_; }
+  Rxn::Ptr<Fab::VXLAN::VtepSm> const& vtepSm() const { return vtepSm_; }
   // The names of the sub-machines a stand-in answers for.
   std::vector<std::string> standInNames() const;
   int restarts() const { return restarts_; }
 
  private:
   void buildMachines();
+  void buildHooks();
+  void buildStandIns();
   void startMachines();
 
   PlatformConfig config_;
@@ -101,9 +133,25 @@ class Platform {
   Rxn::Ptr<Vxlan::BumStatus> bumStatus_;
   Rxn::Ptr<Fab::VXLAN::VxlanBootStatus> vxlanBootStatus_;
   Rxn::Ptr<Bridging::Config> bridgingConfig_;
+  Rxn::Ptr<Fab::VXLAN::VtepConfigDir> vtepConfigDir_;
+  Rxn::Ptr<Fab::VXLAN::VtepStatusDir> vtepStatusDir_;
+  Rxn::Ptr<Fab::VXLAN::VtepEvent> vtepEvent_;
+  Rxn::Ptr<Fab::FabTunnelConfig> tunnelConfig_;
+  Rxn::Ptr<Fab::FabTunnelStatus> tunnelStatus_;
+  Rxn::Ptr<Fab::SwTunnelGroupIdManager> swTunnelGroupIdManager_;
   Rxn::Ptr<Fab::VerifyHarness> verifyHarness_;
 
+  // The chip and the tunnel layer outlive the agent; the hooks do not.
+  VtepHardware vtepHardware_;
+  AnswerQueue tunnelAnswers_;
+  Rxn::Ptr<SimTunnelLayer> tunnelLayer_;
+  LearnWire learnWire_;
+  std::unique_ptr<AnswerQueue> helperAnswerQueue_;
+  Rxn::Ptr<SimFabHelperVtep> fabHelperVtep_;
+  Rxn::Ptr<VtepHelperAnswers> helperAnswers_;
+
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> central_;
+  Rxn::Ptr<Fab::VXLAN::VtepSm> vtepSm_;
   std::vector<Rxn::Ptr<SubStateStandIn>> standIns_;
   std::vector<Rxn::Ptr<StageStandIn>> stageStandIns_;
   int restarts_ = 0;

@@ -396,10 +396,12 @@ void VxlanCentralSm::RxnVtiStatus::handleOperStatus() {
   Rxn::Ptr<Vxlan::VxlanHwStatusDir> const hwStatusDir = sm->vxlanHwStatusDir();
   if (notifier()->operStatus() == Interface::IntfOperStatus::intfOperUp) {
     RXN_TRACE(7, "intf " << intf << " oper status is up ");
-    sm->vxlanInfo()->activatedVtiIs(intf, true);
+    // Machines that see the activation act on the VTI's hardware status at
+    // once: it must stand first.
     if (hwStatusDir) {
       hwStatusDir->vxlanHwStatusIs(intf);
     }
+    sm->vxlanInfo()->activatedVtiIs(intf, true);
   } else {
     RXN_TRACE(7, "intf " << intf << " oper status is down ");
     sm->vxlanInfo()->activatedVtiDel(intf);

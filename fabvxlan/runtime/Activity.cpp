@@ -428,11 +428,13 @@ void Activity::run() {
     }
     if (mode_ == TimeMode::simulated) {
       runUntilIdle();
+      // With no timer armed, simulated time has nothing left to bring: a
+      // descriptor can only become readable from outside the simulation.
       double const next = clock_->nextTime();
-      if (next == kInfinity && watched_.empty()) {
+      if (next == kInfinity) {
         return;
       }
-      simulatedNow_ = std::max(simulatedNow_, next == kInfinity ? simulatedNow_ : next);
+      simulatedNow_ = std::max(simulatedNow_, next);
     } else {
       runTurn(kInfinity);
     }

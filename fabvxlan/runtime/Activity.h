@@ -165,7 +165,8 @@ class Activity {
   void runUntilIdle();
   // Runs for a span of time; simulated time jumps from one armed time to the next.
   void runFor(double seconds);
-  // Runs until stop() or until nothing is armed or watched.
+  // Runs until stop() or until nothing is armed or watched; in simulated
+  // time, until no timer is armed.
   void run();
   void stop() { stopped_ = true; }
 

@@ -19,7 +19,23 @@ namespace Fab::VXLAN {
 namespace {
 // Learn events belong to this VTI alone.
 Wire::IntfId const kLearnVti("Vxlan1");
+
+LearnSocketOpener& learnSocketOpener() {
+  static LearnSocketOpener opener;
+  return opener;
+}
+
+int openLearnSocket() {
+  if (LearnSocketOpener const& opener = learnSocketOpener()) {
+    return opener();
+  }
+  return ::socket(AF_PACKET, SOCK_RAW, htons(kLearnTagProtocol));
+}
 }  // namespace
+
+void learnSocketOpenerIs(LearnSocketOpener opener) {
+  learnSocketOpener() = std::move(opener);
+}
 
 VtepEventSm::VtepEventSm(Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir, Rxn::Ptr<VtepEvent> const& vtepEvent,
                          Rxn::Ptr<FabVxlanInfo const> const& vxlanInfo, Rxn::Ptr<Fab::FabCommonSmData> const& acsd,
@@ -49,7 +65,7 @@ Rxn::Ptr<VtepEventSm> vtepEventSmFactory(Rxn::Ptr<Vxlan::VtiStatusDir const> con
 
 void VtepEventSm::handleInitialized() {
   initializedIs(true);
-  int const socket = ::socket(AF_PACKET, SOCK_RAW, htons(kLearnTagProtocol));
+  int const socket = openLearnSocket();
   if (socket < 0) {
     throw Rxn::ErrnoException(errno, "creating VTEP_LEARN socket");
   }

@@ -3,6 +3,8 @@
 // packet socket (protocol 0x1034), checks each, and publishes the remote VTEP,
 // VNI and MAC of a good one in VtepEvent. Exists while a VTI is up.
 
+#include <functional>
+
 #include "fabvxlan/runtime/Activity.h"
 #include "fabvxlan/runtime/Reactor.h"
 #include "fabvxlan/state/FabBaseSm.h"
@@ -14,6 +16,14 @@
 #include "fabvxlan/vtep/LearnFrame.h"
 
 namespace Fab::VXLAN {
+
+// Opens the socket on which learn frames arrive: by default the raw packet
+// socket of protocol 0x1034. A platform that brings the frames to the CPU by
+// another path, or a simulator without the privilege of raw sockets,
+// installs its own; it returns a descriptor that the machine then owns, or a
+// negative value with errno set. An empty opener restores the default.
+using LearnSocketOpener = std::function<int()>;
+void learnSocketOpenerIs(LearnSocketOpener opener);
 
 class VtepEventSm : public Fab::FabBaseSm {
  public:

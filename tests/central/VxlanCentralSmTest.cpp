@@ -19,7 +19,7 @@ constexpr FabVxlanState clean_ = FabVxlanState::clean_;
 
 Sim::PlatformConfig handDriven(bool vtepGroupSupported = false) {
   Sim::PlatformConfig config;
-  config.standIns = false;
+  config.subMachines = false;
   config.vtepGroupSupported = vtepGroupSupported;
   return config;
 }
