@@ -6,8 +6,11 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <initializer_list>
+#include <iterator>
 #include <sstream>
+#include <vector>
+
+#include "sim/LearnFrames.h"
 
 namespace Sim {
 
@@ -33,7 +36,7 @@ class Context {
   std::size_t step_ = 0;
 };
 
-void expectKeys(Context const& ctx, Json const& object, char const* what, std::initializer_list<char const*> keys) {
+void expectKeys(Context const& ctx, Json const& object, char const* what, std::vector<char const*> const& keys) {
   for (auto const& member : object.GetObject()) {
     bool known = false;
     for (char const* key : keys) {
@@ -122,14 +125,33 @@ std::vector<Wire::IpAddr> addressesAt(Context const& ctx, Json const& object, ch
   return addresses;
 }
 
-Step vtiStep(Context const& ctx, Json const& spec) {
-  expectKeys(ctx, spec, "vti",
-             {"name", "delete", "operStatus", "floodMcastGrp", "vlanToGroup", "controllerClientMode"});
-  std::string const name = stringAt(ctx, spec, "name");
+// What a step can do; each step does one of these.
+constexpr char const* kActions[] = {"vti",  "floodSet",      "l2rib",      "bridging", "restart", "agent",
+                                    "vtep", "activeNextHop", "switchover", "answers",  "learn"};
+
+std::string actionList() {
+  std::string list;
+  for (char const* action : kActions) {
+    list += (list.empty() ? "" : ", ") + std::string(action);
+  }
+  return list;
+}
+
+Wire::IntfId vtiAt(Context const& ctx, Json const& object, char const* key) {
+  std::string const name = stringAt(ctx, object, key);
   Wire::IntfId const intf = valueOf<Wire::IntfId>(ctx, name, "interface");
   if (!Wire::VxlanTunnelIntfId::isVxlanTunnelIntfId(intf)) {
     ctx.fail("bad interface '" + name + "': a VTI is named Vxlan<number>");
   }
+  return intf;
+}
+
+Step vtiStep(Context const& ctx, Json const& spec) {
+  expectKeys(ctx, spec, "vti",
+             {"name", "delete", "operStatus", "floodMcastGrp", "vlanToGroup", "controllerClientMode",
+              "datapathLearning", "localVtepAddr", "vArpVtepAddr", "udpPort"});
+  Wire::IntfId const intf = vtiAt(ctx, spec, "name");
+  std::string const name = intf.stringValue();
   Step step;
   if (spec.HasMember("delete") && boolAt(ctx, spec, "delete")) {
     step.what = "vti " + name + " deleted";
@@ -143,6 +165,27 @@ Step vtiStep(Context const& ctx, Json const& spec) {
     bool const mode = boolAt(ctx, spec, "controllerClientMode");
     changes.push_back([mode](Vxlan::VtiStatus& vti) { vti.controllerClientModeIs(mode); });
     what += mode ? " controllerClientMode" : " no controllerClientMode";
+  }
+  if (spec.HasMember("datapathLearning")) {
+    bool const learning = boolAt(ctx, spec, "datapathLearning");
+    changes.push_back([learning](Vxlan::VtiStatus& vti) { vti.datapathLearningIs(learning); });
+    what += learning ? " datapathLearning" : " no datapathLearning";
+  }
+  for (auto [key, setter] : {std::pair{"localVtepAddr", &Vxlan::VtiStatus::localVtepAddrIs},
+                             std::pair{"vArpVtepAddr", &Vxlan::VtiStatus::vArpVtepAddrIs}}) {
+    if (spec.HasMember(key)) {
+      Wire::IpAddr const address = valueOf<Wire::IpAddr>(ctx, stringAt(ctx, spec, key), "address");
+      changes.push_back([address, setter](Vxlan::VtiStatus& vti) { (vti.*setter)(address); });
+      what += std::string(" ") + key + " " + address.stringValue();
+    }
+  }
+  if (spec.HasMember("udpPort")) {
+    if (!spec["udpPort"].IsUint() || spec["udpPort"].GetUint() > 65535) {
+      ctx.fail("'udpPort' must be a port number");
+    }
+    Wire::UdpPort const port(static_cast<std::uint16_t>(spec["udpPort"].GetUint()));
+    changes.push_back([port](Vxlan::VtiStatus& vti) { vti.udpPortIs(port); });
+    what += " udpPort " + port.stringValue();
   }
   if (spec.HasMember("floodMcastGrp")) {
     Wire::IpAddr const group = valueOf<Wire::IpAddr>(ctx, stringAt(ctx, spec, "floodMcastGrp"), "group");
@@ -298,30 +341,172 @@ Step agentStep(Context const& ctx, Json const& spec) {
   return step;
 }
 
-Step parseStep(Context const& ctx, Json const& spec, double previousAt) {
+Step vtepStep(Context const& ctx, Json const& spec) {
+  expectKeys(ctx, spec, "vtep", {"vti", "add", "remove"});
+  Wire::IntfId const vti = vtiAt(ctx, spec, "vti");
+  std::vector<Wire::IpAddr> const add = addressesAt(ctx, spec, "add");
+  std::vector<Wire::IpAddr> const remove = addressesAt(ctx, spec, "remove");
+  Step step;
+  step.what = "remote VTEPs of " + vti.stringValue();
+  for (Wire::IpAddr const& vtep : add)
+    step.what += " +" + vtep.stringValue();
+  for (Wire::IpAddr const& vtep : remove)
+    step.what += " -" + vtep.stringValue();
+  step.action = [vti, add, remove](Platform& platform) {
+    for (Wire::IpAddr const& vtep : add) {
+      platform.remoteVtepIs(vti, vtep, true);
+    }
+    for (Wire::IpAddr const& vtep : remove) {
+      platform.remoteVtepIs(vti, vtep, false);
+    }
+  };
+  return step;
+}
+
+std::vector<Fab::FabNextHopId> nextHopsAt(Context const& ctx, Json const& object, char const* key) {
+  std::vector<Fab::FabNextHopId> ids;
+  if (!object.HasMember(key)) {
+    return ids;
+  }
+  if (!object[key].IsArray()) {
+    ctx.fail(std::string("'") + key + "' must be a list of next hop ids");
+  }
+  for (Json const& item : object[key].GetArray()) {
+    if (!item.IsUint()) {
+      ctx.fail(std::string("'") + key + "' must be a list of next hop ids");
+    }
+    ids.emplace_back(item.GetUint());
+  }
+  return ids;
+}
+
+// Whether some VTI publishes this next hop for a tunnel: a reader lists only
+// what it read.
+bool published(Platform const& platform, Fab::FabNextHopId const& nhId) {
+  for (auto const& [vti, status] : platform.vtepStatusDir()->vtepStatus()) {
+    for (auto const& [id, info] : status->hwVtepInfo()) {
+      if (info.nextHopId() == nhId) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+Step activeNextHopStep(Context const& ctx, Json const& spec) {
+  expectKeys(ctx, spec, "activeNextHop", {"add", "remove"});
+  std::vector<Fab::FabNextHopId> const add = nextHopsAt(ctx, spec, "add");
+  std::vector<Fab::FabNextHopId> const remove = nextHopsAt(ctx, spec, "remove");
+  Step step;
+  step.what = "the reader's next hops";
+  for (Fab::FabNextHopId const& id : add)
+    step.what += " +" + id.stringValue();
+  for (Fab::FabNextHopId const& id : remove)
+    step.what += " -" + id.stringValue();
+  step.action = [add, remove](Platform& platform) {
+    Fab::VXLAN::VtepConfigDir& dir = *platform.vtepConfigDir();
+    for (Fab::FabNextHopId const& id : add) {
+      if (!published(platform, id)) {
+        throw ScenarioError("next hop " + id.stringValue() + " is not published in VtepStatus");
+      }
+      dir.activeNextHopIdListIs(id, true);
+    }
+    for (Fab::FabNextHopId const& id : remove) {
+      dir.activeNextHopIdListDel(id);
+    }
+  };
+  return step;
+}
+
+Step switchoverStep(Context const& ctx, Json const& spec) {
+  if (!spec.IsString()) {
+    ctx.fail("'switchover' takes the address of a remote VTEP");
+  }
+  Wire::IpAddr const vtep = valueOf<Wire::IpAddr>(ctx, spec.GetString(), "address");
+  Step step;
+  step.what = "the tunnel layer moves " + vtep.stringValue() + " to a new next hop";
+  step.action = [vtep](Platform& platform) {
+    if (!platform.tunnelLayer().switchNextHop(vtep)) {
+      throw ScenarioError("no reachable tunnel to " + vtep.stringValue());
+    }
+  };
+  return step;
+}
+
+Step answersStep(Context const& ctx, Json const& spec, PlatformConfig const& config) {
+  expectKeys(ctx, spec, "answers", {"delay", "hold"});
+  double const delay = spec.HasMember("delay") ? numberAt(ctx, spec, "delay") : config.answerDelay;
+  if (delay < 0) {
+    ctx.fail("'delay' must not be negative");
+  }
+  bool const hold = spec.HasMember("hold") && boolAt(ctx, spec, "hold");
+  Step step;
+  step.what = "the platform answers " + (hold ? std::string("held back") : Rxn::format("after %gs", delay));
+  step.action = [delay, hold](Platform& platform) { platform.answersAre(delay, hold); };
+  return step;
+}
+
+Step learnStep(Context const& ctx, Json const& spec) {
+  expectKeys(ctx, spec, "learn", {"vtep", "vni", "mac", "count"});
+  LearnFrameSpec frame;
+  frame.remoteVtep = valueOf<Wire::IpAddr>(ctx, stringAt(ctx, spec, "vtep"), "address");
+  if (spec.HasMember("mac")) frame.innerSrcMac = valueOf<Wire::EthAddr>(ctx, stringAt(ctx, spec, "mac"), "MAC");
+  if (spec.HasMember("vni")) {
+    if (!spec["vni"].IsUint() || spec["vni"].GetUint() > 0xFFFFFF) {
+      ctx.fail("'vni' must be a number below 16777216");
+    }
+    frame.vni = spec["vni"].GetUint();
+  }
+  unsigned count = 1;
+  if (spec.HasMember("count")) {
+    if (!spec["count"].IsUint() || spec["count"].GetUint() == 0) {
+      ctx.fail("'count' must be a positive number");
+    }
+    count = spec["count"].GetUint();
+  }
+  Step step;
+  step.what = "learn frame from " + frame.remoteVtep.stringValue() + " vni " + std::to_string(frame.vni) + " mac " +
+              frame.innerSrcMac.stringValue();
+  step.action = [bytes = buildLearnFrame(frame), count](Platform& platform) {
+    for (unsigned i = 0; i < count; ++i) {
+      platform.learnFrame(bytes);
+    }
+  };
+  return step;
+}
+
+Step parseStep(Context const& ctx, Json const& spec, double previousAt, PlatformConfig const& config) {
   objectAt(ctx, spec, "a step");
-  expectKeys(ctx, spec, "a step", {"at", "show", "vti", "floodSet", "l2rib", "bridging", "restart", "agent"});
+  std::vector<char const*> keys = {"at", "show"};
+  keys.insert(keys.end(), std::begin(kActions), std::end(kActions));
+  expectKeys(ctx, spec, "a step", keys);
   Step step;
   int actions = 0;
-  for (char const* key : {"vti", "floodSet", "l2rib", "bridging", "restart", "agent"}) {
+  for (char const* key : kActions) {
     if (!spec.HasMember(key)) {
       continue;
     }
     ++actions;
     std::string const name = key;
     Json const& body = spec[key];
-    if (name == "restart" || name == "agent") {
-      step = name == "restart" ? restartStep(ctx, body) : agentStep(ctx, body);
+    if (name == "restart" || name == "agent" || name == "switchover") {
+      step = name == "restart" ? restartStep(ctx, body)
+             : name == "agent" ? agentStep(ctx, body)
+                               : switchoverStep(ctx, body);
       continue;
     }
     objectAt(ctx, body, ("'" + name + "'").c_str());
-    step = name == "vti"        ? vtiStep(ctx, body)
-           : name == "floodSet" ? floodSetStep(ctx, body)
-           : name == "l2rib"    ? l2ribStep(ctx, body)
-                                : bridgingStep(ctx, body);
+    step = name == "vti"             ? vtiStep(ctx, body)
+           : name == "floodSet"      ? floodSetStep(ctx, body)
+           : name == "l2rib"         ? l2ribStep(ctx, body)
+           : name == "bridging"      ? bridgingStep(ctx, body)
+           : name == "vtep"          ? vtepStep(ctx, body)
+           : name == "activeNextHop" ? activeNextHopStep(ctx, body)
+           : name == "answers"       ? answersStep(ctx, body, config)
+                                     : learnStep(ctx, body);
   }
   if (actions > 1) {
-    ctx.fail("a step does one thing: vti, floodSet, l2rib, bridging, restart or agent");
+    ctx.fail("a step does one thing: " + actionList());
   }
   step.at = previousAt;
   if (spec.HasMember("at")) {
@@ -339,14 +524,23 @@ Step parseStep(Context const& ctx, Json const& spec, double previousAt) {
     step.label = show.IsString() ? show.GetString() : step.what;
   }
   if (actions == 0 && !step.show) {
-    ctx.fail("a step needs vti, floodSet, l2rib, bridging, restart, agent or show");
+    ctx.fail("a step needs " + actionList() + " or show");
   }
   return step;
 }
 
+std::uint32_t countAt(Context const& ctx, Json const& object, char const* key) {
+  if (!object[key].IsUint() || object[key].GetUint() > 1000000) {
+    ctx.fail(std::string("'") + key + "' must be a number from 0 to 1000000");
+  }
+  return object[key].GetUint();
+}
+
 PlatformConfig platformOf(Context const& ctx, Json const& spec) {
   objectAt(ctx, spec, "'platform'");
-  expectKeys(ctx, spec, "'platform'", {"answerDelay", "vtepGroupSupported", "hitlessRestart"});
+  expectKeys(ctx, spec, "'platform'",
+             {"answerDelay", "vtepGroupSupported", "hitlessRestart", "useUniqGenId", "maxRemoteVteps", "maxTunnels",
+              "maxNextHops"});
   PlatformConfig config;
   if (spec.HasMember("answerDelay")) {
     config.answerDelay = numberAt(ctx, spec, "answerDelay");
@@ -356,6 +550,10 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
   }
   if (spec.HasMember("vtepGroupSupported")) config.vtepGroupSupported = boolAt(ctx, spec, "vtepGroupSupported");
   if (spec.HasMember("hitlessRestart")) config.hitlessRestartSupported = boolAt(ctx, spec, "hitlessRestart");
+  if (spec.HasMember("useUniqGenId")) config.useUniqGenId = boolAt(ctx, spec, "useUniqGenId");
+  if (spec.HasMember("maxRemoteVteps")) config.maxRemoteVteps = countAt(ctx, spec, "maxRemoteVteps");
+  if (spec.HasMember("maxTunnels")) config.tunnelLayer.tunnels = countAt(ctx, spec, "maxTunnels");
+  if (spec.HasMember("maxNextHops")) config.tunnelLayer.nextHops = countAt(ctx, spec, "maxNextHops");
   return config;
 }
 
@@ -404,7 +602,7 @@ Scenario parseScenario(std::string const& jsonText, std::string const& name) {
   std::size_t number = 0;
   for (Json const& spec : document["steps"].GetArray()) {
     ctx.stepIs(++number);
-    scenario.steps.push_back(parseStep(ctx, spec, at));
+    scenario.steps.push_back(parseStep(ctx, spec, at, scenario.platform));
     at = scenario.steps.back().at;
   }
   return scenario;

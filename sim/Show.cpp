@@ -4,6 +4,7 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 namespace Sim {
@@ -38,6 +39,76 @@ std::string listType(Vxlan::BumVtepIpListType type) {
       return "sendToAny";
   }
   return Rxn::valueToString(type);
+}
+
+std::string idText(std::uint32_t id, bool valid) {
+  return valid ? std::to_string(id) : "-";
+}
+
+// A VTEP published with no tunnel behind it is left from an earlier life.
+std::string vtepState(bool listed, Rxn::Ptr<Fab::VXLAN::VtepInfo> const& info) {
+  if (!info) return listed ? "Waiting" : "Stale";
+  if (!listed) return "Draining";
+  return info->curNextHopId() == Fab::FabNextHopId() ? "Requested" : "Published";
+}
+
+Snapshot::Vtep vtepRow(Platform& platform, Wire::IntfId const& vti, Fab::SwTunnelGroupId const& id) {
+  Fab::VXLAN::VtepSm const& sm = *platform.vtepSm();
+  Rxn::Ptr<Fab::VXLAN::VtepConfig> const config = platform.vtepConfigDir()->vtepConfig(vti);
+  Rxn::Ptr<Fab::VXLAN::VtepInfoDir> const dir = sm.vtepInfoDir(vti);
+  Rxn::Ptr<Fab::VXLAN::VtepInfo> const info = dir ? dir->vtepInfo(id) : nullptr;
+  Snapshot::Vtep row;
+  row.vti = vti.stringValue();
+  row.vtep = id.stringValue();
+  row.state = vtepState(config && config->remoteVtepList(id), info);
+  Rxn::Ptr<Fab::VXLAN::VtepStatus> const status = platform.vtepStatusDir()->vtepStatus(vti);
+  Fab::VXLAN::HwVtepInfo const hw = status ? status->hwVtepInfo(id) : Fab::VXLAN::HwVtepInfo();
+  row.tunnelId = idText(hw.tunnelId().value(), hw.tunnelId().valid());
+  row.nextHopId = !hw ? "-" : hw.nextHopId().stringValue();
+  if (info) {
+    for (auto const& [nhId, held] : info->nextHopId()) {
+      bool const active = platform.vtepConfigDir()->activeNextHopIdList(nhId);
+      row.held.push_back(nhId.stringValue() + (active ? "*" : ""));
+    }
+    std::sort(row.held.begin(), row.held.end());
+  }
+  Fab::VrfAndIpAddr const key(sm.vtiToVrf(vti), platform.swTunnelGroupIdManager()->getTunnelIpFromSwTunnelGroupId(id));
+  std::uint64_t const generation = sm.currentGeneration(key);
+  row.generation = generation != 0 ? std::to_string(generation) : "-";
+  return row;
+}
+
+void takeVteps(Platform& platform, Snapshot& s) {
+  Fab::VXLAN::VtepSm const& sm = *platform.vtepSm();
+  std::set<std::pair<Wire::IntfId, Fab::SwTunnelGroupId>> vteps;
+  for (auto const& [vti, config] : platform.vtepConfigDir()->vtepConfig()) {
+    for (auto const& [id, listed] : config->remoteVtepList()) {
+      vteps.emplace(vti, id);
+    }
+  }
+  for (auto const& [vti, dir] : sm.vtepInfoDir()) {
+    for (auto const& [id, info] : dir->vtepInfo()) {
+      vteps.emplace(vti, id);
+    }
+  }
+  for (auto const& [vti, status] : platform.vtepStatusDir()->vtepStatus()) {
+    for (auto const& [id, info] : status->hwVtepInfo()) {
+      vteps.emplace(vti, id);
+    }
+  }
+  for (auto const& [vti, id] : vteps) {
+    s.vteps.push_back(vtepRow(platform, vti, id));
+  }
+  s.activeNextHops = sortedNames(platform.vtepConfigDir()->activeNextHopIdList());
+  Fab::FabTunnelConfig const& config = *platform.tunnelConfig();
+  Fab::FabTunnelStatus const& status = *platform.tunnelStatus();
+  SimTunnelLayer const& layer = platform.tunnelLayer();
+  s.tunnelLayer = {config.init(),         status.init(),           config.cleanup(),
+                   status.cleanup(),      layer.tunnelsInUse(),    layer.limits().tunnels,
+                   layer.nextHopsInUse(), layer.limits().nextHops, layer.waitingForResources()};
+  Fab::VXLAN::VtepEvent const& event = *platform.vtepEvent();
+  s.learnEvent = {event.genId(), event.vtiIntfId().stringValue(), event.remoteVtepAddr().stringValue(),
+                  event.vni().stringValue(), event.macAddr().stringValue()};
 }
 
 }  // namespace
@@ -81,7 +152,36 @@ Snapshot takeSnapshot(Platform& platform, std::string const& label) {
                   {"VLAN-VNI mapping ready", boot.stageVlanVniMappingReady()},
                   {"Remote MACs ready", boot.stageRemoteMacsReady()},
                   {"Remote MACs re-evaluated", boot.stageReevaluateRmacsDone()}};
+  s.vtepSubsystem = !!platform.vtepSm();
+  if (s.vtepSubsystem) {
+    takeVteps(platform, s);
+  }
+  for (auto const& [function, text] : platform.acsd()->verifyData()->cliVerifyOutput()) {
+    s.verifyFailures.push_back(text);
+  }
   return s;
+}
+
+void renderVteps(std::ostringstream& out, Snapshot const& s) {
+  Snapshot::TunnelLayer const& t = s.tunnelLayer;
+  out << Rxn::format("\nTunnel layer: init %u/%u, cleanup %u/%u, tunnels %zu of %zu, next hops %zu of %zu",
+                     t.initConfig, t.initStatus, t.cleanupConfig, t.cleanupStatus, t.tunnels, t.tunnelLimit, t.nextHops,
+                     t.nextHopLimit);
+  out << (t.waiting > 0 ? Rxn::format(", %zu waiting for ids\n", t.waiting) : std::string("\n"));
+  if (!s.vteps.empty()) {
+    out << "\nVTI     VTEP             State      Tunnel  Next hop    Held (* the reader's)  Generation\n"
+           "------  ---------------  ---------  ------  ----------  ---------------------  -------------\n";
+    for (Snapshot::Vtep const& v : s.vteps) {
+      out << Rxn::format("%-6s  %-15s  %-9s  %-6s  %-10s  %-21s  %s\n", v.vti.c_str(), v.vtep.c_str(), v.state.c_str(),
+                         v.tunnelId.c_str(), v.nextHopId.c_str(), joined(v.held, " ").c_str(), v.generation.c_str());
+    }
+  }
+  out << "Reader's active next hops: " << joined(s.activeNextHops, " ") << "\n";
+  if (s.learnEvent.genId != 0) {
+    out << Rxn::format("Learn events: %lu, the last from %s on %s, VNI %s, MAC %s\n",
+                       static_cast<unsigned long>(s.learnEvent.genId), s.learnEvent.vtep.c_str(),
+                       s.learnEvent.vti.c_str(), s.learnEvent.vni.c_str(), s.learnEvent.mac.c_str());
+  }
 }
 
 std::string renderText(Snapshot const& s) {
@@ -111,11 +211,59 @@ std::string renderText(Snapshot const& s) {
                          joined(list.vteps).c_str());
     }
   }
+  if (s.vtepSubsystem) {
+    renderVteps(out, s);
+  }
   out << "\nHitless restart stages\n";
   for (auto const& [stage, ready] : s.bootStages) {
     out << Rxn::format("  %-24s %s\n", stage.c_str(), ready ? "ready" : "-");
   }
+  for (std::string const& failure : s.verifyFailures) {
+    out << "Verification failed: " << failure << "\n";
+  }
   return out.str();
+}
+
+template <class Writer>
+void writeVteps(Writer& w, Snapshot const& s) {
+  w.Key("vteps");
+  w.StartArray();
+  for (Snapshot::Vtep const& v : s.vteps) {
+    w.StartObject();
+    for (auto const& [key, value] : {std::pair{"vti", &v.vti}, std::pair{"vtep", &v.vtep}, std::pair{"state", &v.state},
+                                     std::pair{"tunnelId", &v.tunnelId}, std::pair{"nextHopId", &v.nextHopId},
+                                     std::pair{"generation", &v.generation}}) {
+      w.Key(key);
+      w.String(value->c_str());
+    }
+    w.Key("held");
+    w.StartArray();
+    for (std::string const& id : v.held)
+      w.String(id.c_str());
+    w.EndArray();
+    w.EndObject();
+  }
+  w.EndArray();
+  w.Key("activeNextHops");
+  w.StartArray();
+  for (std::string const& id : s.activeNextHops)
+    w.String(id.c_str());
+  w.EndArray();
+  Snapshot::TunnelLayer const& t = s.tunnelLayer;
+  w.Key("tunnelLayer");
+  w.StartObject();
+  for (auto const& [key, value] :
+       {std::pair{"initConfig", std::size_t{t.initConfig}}, std::pair{"initStatus", std::size_t{t.initStatus}},
+        std::pair{"cleanupConfig", std::size_t{t.cleanupConfig}},
+        std::pair{"cleanupStatus", std::size_t{t.cleanupStatus}}, std::pair{"tunnels", t.tunnels},
+        std::pair{"tunnelLimit", t.tunnelLimit}, std::pair{"nextHops", t.nextHops},
+        std::pair{"nextHopLimit", t.nextHopLimit}, std::pair{"waiting", t.waiting}}) {
+    w.Key(key);
+    w.Uint64(value);
+  }
+  w.EndObject();
+  w.Key("learnEvents");
+  w.Uint64(s.learnEvent.genId);
 }
 
 std::string renderJson(std::string const& scenario, std::vector<Snapshot> const& snapshots) {
@@ -179,6 +327,14 @@ std::string renderJson(std::string const& scenario, std::vector<Snapshot> const&
       w.EndArray();
       w.EndObject();
     }
+    w.EndArray();
+    if (s.vtepSubsystem) {
+      writeVteps(w, s);
+    }
+    w.Key("verifyFailures");
+    w.StartArray();
+    for (std::string const& failure : s.verifyFailures)
+      w.String(failure.c_str());
     w.EndArray();
     w.Key("bootStages");
     w.StartObject();

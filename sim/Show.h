@@ -2,6 +2,7 @@
 // What the simulated platform shows of the published state, in the manner
 // of a switch's show commands, or as JSON.
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,25 @@ struct Snapshot {
     std::vector<std::string> vteps;
   };
 
+  // One remote VTEP of a VTI, as VtepSm holds and publishes it.
+  struct Vtep {
+    std::string vti;
+    std::string vtep;
+    std::string state;  // Waiting, Requested, Published, Draining, Stale
+    std::string tunnelId;
+    std::string nextHopId;
+    std::vector<std::string> held;  // every next hop id not released; * marks the reader's
+    std::string generation;
+  };
+  struct TunnelLayer {
+    std::uint32_t initConfig = 0, initStatus = 0, cleanupConfig = 0, cleanupStatus = 0;
+    std::size_t tunnels = 0, tunnelLimit = 0, nextHops = 0, nextHopLimit = 0, waiting = 0;
+  };
+  struct LearnEvent {
+    std::uint64_t genId = 0;
+    std::string vti, vtep, vni, mac;
+  };
+
   std::string label;
   double time = 0.0;
   std::vector<std::pair<std::string, std::string>> states;  // machine, state
@@ -30,6 +50,12 @@ struct Snapshot {
   std::vector<std::pair<int, std::string>> bumMcastGrp;  // VLAN, group
   std::vector<BumVtepList> bumVtepLists;
   std::vector<std::pair<std::string, bool>> bootStages;
+  bool vtepSubsystem = false;
+  std::vector<Vtep> vteps;
+  std::vector<std::string> activeNextHops;
+  TunnelLayer tunnelLayer;
+  LearnEvent learnEvent;
+  std::vector<std::string> verifyFailures;
 };
 
 // The published state now, sorted for reading.

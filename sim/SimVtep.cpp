@@ -133,7 +133,11 @@ void VtepHelperAnswers::RxnHelper::onUdpPortConfig() {
 SimTunnelLayer::SimTunnelLayer(Rxn::Ptr<Fab::FabTunnelConfig const> const& config,
                                Rxn::Ptr<Fab::FabTunnelStatus> const& status, TunnelLayerLimits const& limits,
                                AnswerQueue& answers)
-    : config_(config), status_(status), limits_(limits), answers_(answers), configReactor_(new RxnConfig(config, this)) {
+    : config_(config),
+      status_(status),
+      limits_(limits),
+      answers_(answers),
+      configReactor_(new RxnConfig(config, this)) {
   for (std::uint32_t id = 1; id <= limits.tunnels; ++id) {
     freeTunnelIds_.insert(id);
   }

@@ -103,6 +103,10 @@ void VtepSm::handleInitialized() {
   if (!hitlessRestartSupported()) {
     tunnelConfig_->activeNextHopIdDelAll();
     tunnelConfig_->tunnelConfigEntryDelAll();
+    // No tunnel of an earlier life stands any more: neither does what it published.
+    for (auto const& [vti, status] : vtepStatusDir_->vtepStatus()) {
+      status->hwVtepInfoDelAll();
+    }
   } else {
     recoverTunnelLayer();
   }
@@ -177,6 +181,10 @@ void VtepSm::deleteStaleTunnels() {
     RXN_RING(7, " Delete stale vtep config: %s genId: %lu vrf: %u", key.stringValue(), key.genId(), key.vrf().value());
     currentGenerationDel(Fab::VrfAndIpAddr(key.vrf(), key.dst().v4Addr()));
     tunnelConfig_->tunnelConfigEntryDel(key);
+    // Readers may rely on a published tunnel standing for a listed VTEP.
+    for (auto const& [vti, status] : vtepStatusDir_->vtepStatus()) {
+      status->hwVtepInfoDel(id);
+    }
   }
 }
 

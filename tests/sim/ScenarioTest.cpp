@@ -37,9 +37,11 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
       {R"({"toggles": {"PerVniControlPlane": "off"}, "steps": []})",
        "bad.json: toggle 'PerVniControlPlane' must be true or false"},
       {steps(R"({"at": 0, "wait": 3})"),
-       "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, "
-       "floodSet, l2rib, bridging, restart, agent)"},
-      {steps(R"({"at": 0})"), "bad.json: step 1: a step needs vti, floodSet, l2rib, bridging, restart, agent or show"},
+       "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, floodSet, l2rib, bridging, restart, "
+       "agent, vtep, activeNextHop, switchover, answers, learn)"},
+      {steps(R"({"at": 0})"),
+       "bad.json: step 1: a step needs vti, floodSet, l2rib, bridging, restart, agent, vtep, "
+       "activeNextHop, switchover, answers, learn or show"},
       {steps(R"({"at": 2, "show": true}, {"at": 1, "show": true})"),
        "bad.json: step 2: 'at' goes back in time, to 1 after 2"},
       {steps(R"({"vti": {"name": "Ethernet1", "operStatus": "up"}})"),
@@ -55,7 +57,19 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
       {steps(R"({"floodSet": {"vlan": 10, "mac": "0000.0000.0000", "type": "some"}})"),
        "bad.json: step 1: bad flood set type 'some': expected all, any or a number"},
       {steps(R"({"vti": {"name": "Vxlan1"}, "l2rib": {"source": 4}})"),
-       "bad.json: step 1: a step does one thing: vti, floodSet, l2rib, bridging, restart or agent"},
+       "bad.json: step 1: a step does one thing: vti, floodSet, l2rib, bridging, restart, agent, vtep, "
+       "activeNextHop, switchover, answers, learn"},
+      {steps(R"({"vtep": {"vti": "Ethernet3", "add": ["10.0.0.2"]}})"),
+       "bad.json: step 1: bad interface 'Ethernet3': a VTI is named Vxlan<number>"},
+      {steps(R"({"vtep": {"vti": "Vxlan1", "add": ["10.0.0.256"]}})"),
+       "bad.json: step 1: bad address '10.0.0.256': bad IPv4 address '10.0.0.256'"},
+      {steps(R"({"activeNextHop": {"add": ["1000"]}})"), "bad.json: step 1: 'add' must be a list of next hop ids"},
+      {steps(R"({"switchover": 7})"), "bad.json: step 1: 'switchover' takes the address of a remote VTEP"},
+      {steps(R"({"answers": {"delay": -2}})"), "bad.json: step 1: 'delay' must not be negative"},
+      {steps(R"({"learn": {"vtep": "10.0.0.9", "vni": 16777216}})"),
+       "bad.json: step 1: 'vni' must be a number below 16777216"},
+      {steps(R"({"vti": {"name": "Vxlan1", "udpPort": 70000}})"), "bad.json: step 1: 'udpPort' must be a port number"},
+      {R"({"platform": {"maxTunnels": -1}, "steps": []})", "bad.json: 'maxTunnels' must be a number from 0 to 1000000"},
       {steps(R"({"restart": "cold"})"), "bad.json: step 1: 'restart' takes \"hitless\""},
       {steps(R"({"bridging": {"vlan": 10, "adminState": "half"}})"),
        "bad.json: step 1: bad adminState 'half': expected active, suspended or shutdown"},
@@ -64,6 +78,20 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
     EXPECT_EQ(errorOf(c.json), c.error) << c.json;
   }
   EXPECT_THROW(Sim::loadScenario("/nonexistent/scenario.json"), Sim::ScenarioError);
+}
+
+TEST(Scenario, AReaderThatListsANextHopNobodyPublishedStopsTheRunWithTheStep) {
+  Sim::Scenario const scenario = Sim::parseScenario(steps(R"(
+      {"at": 0, "vti": {"name": "Vxlan1", "operStatus": "up"}},
+      {"at": 1, "activeNextHop": {"add": [4242]}})"),
+                                                    "reader.json");
+  try {
+    Sim::runScenario(scenario);
+    ADD_FAILURE() << "the run went on";
+  } catch (Sim::ScenarioError const& e) {
+    EXPECT_STREQ(e.what(),
+                 "reader.json: step 2: the reader's next hops +4242: next hop 4242 is not published in VtepStatus");
+  }
 }
 
 TEST(Scenario, AGoodScenarioShowsWhatItAsksForAndTheEnd) {
