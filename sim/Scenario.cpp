@@ -434,15 +434,24 @@ Step switchoverStep(Context const& ctx, Json const& spec) {
 }
 
 Step answersStep(Context const& ctx, Json const& spec, PlatformConfig const& config) {
-  expectKeys(ctx, spec, "answers", {"delay", "hold"});
+  expectKeys(ctx, spec, "answers", {"delay", "hold", "of"});
   double const delay = spec.HasMember("delay") ? numberAt(ctx, spec, "delay") : config.answerDelay;
   if (delay < 0) {
     ctx.fail("'delay' must not be negative");
   }
   bool const hold = spec.HasMember("hold") && boolAt(ctx, spec, "hold");
+  Platform::Answerer answerer = Platform::Answerer::all;
+  std::string who = "the platform";
+  if (spec.HasMember("of")) {
+    who = stringAt(ctx, spec, "of");
+    if (who != "hook" && who != "tunnelLayer") {
+      ctx.fail("bad 'of' '" + who + "': expected hook or tunnelLayer");
+    }
+    answerer = who == "hook" ? Platform::Answerer::hook : Platform::Answerer::tunnelLayer;
+  }
   Step step;
-  step.what = "the platform answers " + (hold ? std::string("held back") : Rxn::format("after %gs", delay));
-  step.action = [delay, hold](Platform& platform) { platform.answersAre(delay, hold); };
+  step.what = who + " answers " + (hold ? std::string("held back") : Rxn::format("after %gs", delay));
+  step.action = [delay, hold, answerer](Platform& platform) { platform.answersAre(delay, hold, answerer); };
   return step;
 }
 

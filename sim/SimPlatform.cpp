@@ -248,9 +248,13 @@ void Platform::settle() {
   activity_.run();
 }
 
-void Platform::answersAre(double delay, bool held) {
-  config_.answerDelay = delay;
-  for (AnswerQueue* queue : {&tunnelAnswers_, helperAnswerQueue_.get()}) {
+void Platform::answersAre(double delay, bool held, Answerer answerer) {
+  if (answerer == Answerer::all) {
+    config_.answerDelay = delay;
+  }
+  AnswerQueue* const hook = answerer != Answerer::tunnelLayer ? helperAnswerQueue_.get() : nullptr;
+  AnswerQueue* const tunnels = answerer != Answerer::hook ? &tunnelAnswers_ : nullptr;
+  for (AnswerQueue* queue : {hook, tunnels}) {
     if (queue != nullptr) {
       queue->delayIs(delay);
       queue->heldIs(held);

@@ -71,9 +71,10 @@ class Platform {
   void runFor(double seconds) { activity_.runFor(seconds); }
   // Runs until no timer is armed: every pending answer has come.
   void settle();
-  // The platform's answers from now on: their delay, and whether they are
-  // held back until released.
-  void answersAre(double delay, bool held);
+  // The platform's answers from now on, of the VTEP hook, of the tunnel layer
+  // or of both: their delay, and whether they are held back until released.
+  enum class Answerer { all, hook, tunnelLayer };
+  void answersAre(double delay, bool held, Answerer answerer = Answerer::all);
 
   // The VTI of this name, made if it does not exist.
   Rxn::Ptr<Vxlan::VtiStatus> vti(Wire::IntfId const& intfId);
@@ -107,8 +108,10 @@ class Platform {
 
   // The platform's side.
   Rxn::Ptr<SimFabHelperVtep> const& fabHelperVtep() const { return fabHelperVtep_; }
-  VtepHardware const& vtepHardware() const { return vtepHardware_; }
+  // The chip; a test may change it behind the machines' back, as a fault would.
+  VtepHardware& vtepHardware() { return vtepHardware_; }
   SimTunnelLayer& tunnelLayer() const { return *tunnelLayer_; }
+  LearnWire const& learnWire() const { return learnWire_; }
 
   // Machines.
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> const& central() const { return central_; }

@@ -170,7 +170,10 @@ void SimTunnelLayer::RxnConfig::onCleanup() {
 
 void SimTunnelLayer::RxnConfig::onTunnelConfigEntry(Fab::TunnelKey const& key) {
   if (rxnMarkedForDeletion()) return;
-  owner()->answers_.post([layer = owner(), key] { layer->answerEntry(key); });
+  // Each request is answered as asked: a tunnel deleted and asked for again
+  // is taken down and set up anew.
+  bool const wanted = notifier()->tunnelConfigEntry().find(key) != nullptr;
+  owner()->answers_.post([layer = owner(), key, wanted] { layer->answerEntry(key, wanted); });
 }
 
 void SimTunnelLayer::RxnConfig::onActiveNextHopId(Fab::FabNextHopId const& nhId) {
@@ -183,8 +186,7 @@ void SimTunnelLayer::RxnHelper::onNextHopIdToTunnelIdMap(Fab::FabNextHopId const
   owner()->answers_.post([layer = owner(), id = nhId.value()] { layer->reclaim(id); });
 }
 
-void SimTunnelLayer::answerEntry(Fab::TunnelKey const& key) {
-  bool const wanted = config_->tunnelConfigEntry().find(key) != nullptr;
+void SimTunnelLayer::answerEntry(Fab::TunnelKey const& key, bool wanted) {
   bool const standing = tunnels_.count(key) != 0;
   if (wanted && !standing) {
     setUp(key);

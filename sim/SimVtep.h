@@ -132,7 +132,7 @@ class SimTunnelLayer : public Rxn::PtrInterface {
     Fab::FabNextHopId nextHopId;
   };
 
-  void answerEntry(Fab::TunnelKey const& key);
+  void answerEntry(Fab::TunnelKey const& key, bool wanted);
   void setUp(Fab::TunnelKey const& key);
   void tearDown(Fab::TunnelKey const& key);
   // Gives the tunnel a next hop (and a tunnel id if it has none) if the pools

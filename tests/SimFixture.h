@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ class SimFixture : public ::testing::Test {
   Fab::VXLAN::FabVxlanInfo& info() { return *platform_.vxlanInfo(); }
   Vxlan::BumStatus& bum() { return *platform_.bumStatus(); }
   Fab::VXLAN::VxlanCentralSm& central() { return *platform_.central(); }
+  Fab::VXLAN::VtepSm& vtepSm() { return *platform_.vtepSm(); }
+  Sim::SimFabHelperVtep& hook() { return *platform_.fabHelperVtep(); }
+  Fab::FabTunnelConfig& tunnelConfig() { return *platform_.tunnelConfig(); }
 
   void vtiUp(Wire::IntfId const& vti, bool up = true) {
     platform_.vti(vti)->operStatusIs(up ? Interface::IntfOperStatus::intfOperUp
@@ -37,6 +41,47 @@ class SimFixture : public ::testing::Test {
     }
     platform_.runUntilIdle();
   }
+  Fab::SwTunnelGroupId vtep(char const* address) const { return platform_.vtepId(Wire::IpAddr::fromString(address)); }
+  // The remote MAC machine's part: a VTEP that hosts of the VTI need, or no longer.
+  void remoteVtep(char const* address, bool needed = true, Wire::IntfId const& vti = kVxlan1) {
+    platform_.remoteVtepIs(vti, Wire::IpAddr::fromString(address), needed);
+    platform_.runUntilIdle();
+  }
+  // The reader's part: a next hop that its entries use, or no longer.
+  void readerUses(std::uint32_t nextHop, bool uses = true) {
+    Fab::VXLAN::VtepConfigDir& dir = *platform_.vtepConfigDir();
+    if (uses) {
+      dir.activeNextHopIdListIs(Fab::FabNextHopId(nextHop), true);
+    } else {
+      dir.activeNextHopIdListDel(Fab::FabNextHopId(nextHop));
+    }
+    platform_.runUntilIdle();
+  }
+  // What VtepStatus publishes for a VTEP; the empty record if nothing.
+  Fab::VXLAN::HwVtepInfo published(char const* address, Wire::IntfId const& vti = kVxlan1) {
+    Rxn::Ptr<Fab::VXLAN::VtepStatus> const status = platform_.vtepStatusDir()->vtepStatus(vti);
+    return status ? status->hwVtepInfo(vtep(address)) : Fab::VXLAN::HwVtepInfo();
+  }
+  std::uint32_t publishedNextHop(char const* address) { return published(address).nextHopId().value(); }
+  std::uint64_t generation(char const* address) {
+    return vtepSm().currentGeneration(Fab::VrfAndIpAddr(Fab::VrfId(), Wire::IpAddr::fromString(address)));
+  }
+
+  // The harness of a hitless restart: the world is set up, checked, the agent
+  // restarts and everything settles, and the same checks hold again.
+  void verifyAcrossRestart(std::function<void()> const& setup, std::function<void()> const& verify) {
+    setup();
+    platform_.settle();
+    {
+      SCOPED_TRACE("before the restart");
+      verify();
+    }
+    platform_.restartHitlessly();
+    platform_.settle();
+    SCOPED_TRACE("after the restart");
+    verify();
+  }
+
   // The VTEPs of a BUM list, sorted, or "none".
   std::string bumVteps(int vlan, Wire::EthAddr const& mac = kZeroMac) {
     Rxn::Ptr<Vxlan::BumVtepList> const list = bum().bumVtepList(Vxlan::MacVlanPair(mac, Bridging::VlanId(vlan)));

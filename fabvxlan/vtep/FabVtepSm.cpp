@@ -282,8 +282,11 @@ void VtepSm::maybeDoHwCleanup() {
   }
   if (tunnelConfig_->init() > tunnelConfig_->cleanup()) {
     RXN_TRACE(7, " initiating tunnel clean up " << tunnelConfig_->init());
-    // Set to the value of init, not raised by one: the answer follows.
+    // Set to the value of init, not raised by one: the answer follows. The
+    // tunnel layer of an earlier life goes with it, so the next start asks
+    // for a tunnel init of its own.
     tunnelConfig_->cleanupIs(tunnelConfig_->init());
+    hwRestartIs(false);
     return;
   }
   if (helper->hwInitConfig() > helper->hwCleanupConfig()) {

@@ -1,0 +1,139 @@
+// VtepSm across a restart of the agent: the tunnel layer stands through a
+// hitless restart, its generations and active next hops are recovered, what
+// does not come back is swept once the remote MACs are ready; a restart that
+// is not hitless starts the tunnels over.
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "tests/SimFixture.h"
+
+namespace FabTest {
+namespace {
+
+using Fab::VXLAN::FabVxlanState;
+
+Sim::PlatformConfig restartingPlatform(bool hitless = true) {
+  Sim::PlatformConfig config;
+  config.answerDelay = 0.5;
+  config.hitlessRestartSupported = hitless;
+  return config;
+}
+
+class VtepRestartTest : public SimFixture {
+ protected:
+  explicit VtepRestartTest(Sim::PlatformConfig const& config = restartingPlatform()) : SimFixture(config) {}
+  void tunnelsUp() {
+    vtiUp(kVxlan1);
+    remoteVtep("10.0.0.2");
+    remoteVtep("10.0.0.3");
+    platform().settle();
+  }
+  std::map<std::string, Fab::VXLAN::HwVtepInfo> publishedNow() {
+    return {{"10.0.0.2", published("10.0.0.2")}, {"10.0.0.3", published("10.0.0.3")}};
+  }
+};
+
+TEST_F(VtepRestartTest, TunnelsStandUndisturbedThroughAHitlessRestart) {
+  std::map<std::string, Fab::VXLAN::HwVtepInfo> before;
+  std::map<std::string, std::uint64_t> generations;
+  verifyAcrossRestart(
+      [&] {
+        tunnelsUp();
+        readerUses(publishedNextHop("10.0.0.2"));
+        before = publishedNow();
+        generations = {{"10.0.0.2", generation("10.0.0.2")}, {"10.0.0.3", generation("10.0.0.3")}};
+      },
+      [&] {
+        EXPECT_EQ(info().vtepSmState(), FabVxlanState::initialized_);
+        EXPECT_EQ(publishedNow(), before);
+        EXPECT_EQ(generation("10.0.0.2"), generations["10.0.0.2"]);
+        EXPECT_EQ(generation("10.0.0.3"), generations["10.0.0.3"]);
+        EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 2U);
+        EXPECT_TRUE(tunnelConfig().activeNextHopId(before["10.0.0.2"].nextHopId()));
+        // The tunnel layer was brought up once, in the first life.
+        EXPECT_EQ(tunnelConfig().init(), 1U);
+        EXPECT_EQ(platform().tunnelStatus()->init(), 1U);
+        EXPECT_EQ(platform().tunnelLayer().tunnelsInUse(), 2U);
+      });
+  // The new life hands out generations above those it recovered.
+  remoteVtep("10.0.0.4");
+  EXPECT_GT(generation("10.0.0.4"), generations["10.0.0.3"]);
+}
+
+TEST_F(VtepRestartTest, WhatDoesNotComeBackIsSweptWhenTheRemoteMacsAreReady) {
+  tunnelsUp();
+  std::uint32_t const gone = publishedNextHop("10.0.0.3");
+  readerUses(gone);
+  readerUses(publishedNextHop("10.0.0.2"));
+  platform().agentDown();
+  // The restarted remote MAC machine lists only 10.0.0.2, and uses nothing yet.
+  platform().vtepConfigDir()->activeNextHopIdListDelAll();
+  remoteVtep("10.0.0.3", false);
+  platform().agentUp();
+  platform().runFor(0.5);
+  ASSERT_FALSE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::initialized_);
+  // Until then the stale tunnel and its next hop stand, as the hardware has them.
+  EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 2U);
+  EXPECT_TRUE(tunnelConfig().activeNextHopId(Fab::FabNextHopId(gone)));
+  EXPECT_EQ(vtepSm().pendingActiveNextHopIds(), 1U);
+  EXPECT_TRUE(!!published("10.0.0.3"));
+
+  platform().settle();
+  EXPECT_TRUE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 1U);
+  EXPECT_FALSE(tunnelConfig().activeNextHopId(Fab::FabNextHopId(gone)));
+  EXPECT_EQ(vtepSm().pendingActiveNextHopIds(), 0U);
+  EXPECT_EQ(generation("10.0.0.3"), 0U);
+  EXPECT_FALSE(!!published("10.0.0.3"));
+  EXPECT_TRUE(published("10.0.0.2").nextHopId().valid());
+  EXPECT_EQ(platform().tunnelLayer().tunnelsInUse(), 1U);
+  EXPECT_EQ(platform().tunnelLayer().nextHopsInUse(), 1U);
+}
+
+TEST_F(VtepRestartTest, ATunnelLayerCleanedBeforeTheRestartEndsIsInitializedAnew) {
+  vtiUp(kVxlan1);
+  platform().settle();
+  platform().restartHitlessly();
+  // The VTI goes down before the hook answers: the tunnel layer kept from the
+  // earlier life is cleaned up, and the hook's late answer comes after that.
+  platform().answersAre(0.5, true, Sim::Platform::Answerer::hook);
+  vtiUp(kVxlan1, false);
+  platform().runFor(1);
+  EXPECT_EQ(tunnelConfig().cleanup(), 1U);
+  EXPECT_EQ(platform().tunnelStatus()->cleanup(), 1U);
+  platform().answersAre(0.5, false, Sim::Platform::Answerer::hook);
+  platform().settle();
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::clean_);
+  // So the next start cannot take it as standing.
+  vtiUp(kVxlan1);
+  platform().settle();
+  EXPECT_EQ(tunnelConfig().init(), 2U);
+  EXPECT_EQ(platform().tunnelStatus()->init(), 2U);
+  EXPECT_EQ(info().vtepSmState(), FabVxlanState::initialized_);
+}
+
+class ColdRestartTest : public VtepRestartTest {
+ protected:
+  ColdRestartTest() : VtepRestartTest(restartingPlatform(false)) {}
+};
+
+TEST_F(ColdRestartTest, ARestartThatIsNotHitlessStartsTheTunnelsOver) {
+  tunnelsUp();
+  std::uint64_t const gen = generation("10.0.0.2");
+  platform().restartHitlessly();
+  // Nothing of the earlier life is kept or published...
+  EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 0U);
+  EXPECT_FALSE(!!published("10.0.0.2"));
+  // ...but the tunnel layer still stands, so it is not initialized again.
+  EXPECT_TRUE(vtepSm().hwRestart());
+  platform().settle();
+  EXPECT_EQ(tunnelConfig().init(), 1U);
+  EXPECT_TRUE(published("10.0.0.2").nextHopId().valid());
+  EXPECT_GT(generation("10.0.0.2"), gen);
+}
+
+}  // namespace
+}  // namespace FabTest
