@@ -4,14 +4,17 @@
 #   make test   build normally and with ASan+UBSan, and run every test in both
 #   make bench  build and run the benchmarks, writing JSON under build/bench/
 #   make examples  regenerate the expected output of the example scenarios
+#   make fuzz   build the libFuzzer targets with clang and fuzz for FUZZ_SECONDS
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev
 SUDO       := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps build asan run test bench examples format clean
+.PHONY: all deps fuzz-deps build asan run test bench examples fuzz format clean
 
 all: build
 
@@ -24,11 +27,29 @@ deps:
 	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
 
+# clang, and libFuzzer's runtime: the compiler-rt package of that clang's
+# version (libclang-rt-14-dev for Debian 12's clang 14), which clang itself
+# neither depends on nor recommends.
+fuzz-deps: deps
+	@install_missing() { \
+	  missing=$$(for p in "$$@"; do \
+	    dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; done); \
+	  if [ -n "$$missing" ]; then \
+	    echo "Installing missing packages:" $$missing; \
+	    $(SUDO) apt-get update -qq && \
+	    $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
+	  fi; }; \
+	install_missing clang && \
+	install_missing libclang-rt-$$(clang -dumpversion | cut -d. -f1)-dev
+
 $(BUILD)/build.ninja: | deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
 $(ASAN_BUILD)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DFABVXLAN_SANITIZE=ON
+
+$(FUZZ_BUILD)/build.ninja: | fuzz-deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFABVXLAN_FUZZ=ON
 
 build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
@@ -43,6 +64,13 @@ test: build asan
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# New corpus entries go to a scratch folder, crashes under $(FUZZ_BUILD)/.
+fuzz: fuzz-deps $(FUZZ_BUILD)/build.ninja
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fabvxlan-fuzz-learnframe
+	@corpus=$$(mktemp -d) && trap 'rm -rf "$$corpus"' EXIT && \
+	$(FUZZ_BUILD)/fuzz/fabvxlan-fuzz-learnframe -max_total_time=$(FUZZ_SECONDS) -max_len=130 \
+	  -print_final_stats=1 -artifact_prefix=$(FUZZ_BUILD)/ "$$corpus" fuzz/corpus
+
 # Regenerates the expected output of every example scenario; review the diff.
 examples: build
 	@for scenario in examples/*.json; do \
@@ -54,9 +82,13 @@ bench: build
 	$(BUILD)/bench/fabvxlan-bench-runtime --benchmark_repetitions=5 \
 	  --benchmark_out=$(BUILD)/bench/runtime.json --benchmark_out_format=json
 	python3 bench/ratios.py $(BUILD)/bench/runtime.json
+	$(BUILD)/bench/fabvxlan-bench-vtep --benchmark_repetitions=3 \
+	  --benchmark_out=$(BUILD)/bench/vtep.json --benchmark_out_format=json
+	$(BUILD)/bench/fabvxlan-bench-vni --benchmark_repetitions=3 \
+	  --benchmark_out=$(BUILD)/bench/vni.json --benchmark_out_format=json
 
 format:
 	git ls-files '*.h' '*.cpp' ':!tests/tools/rxngen/golden' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -127,7 +127,7 @@ std::vector<Wire::IpAddr> addressesAt(Context const& ctx, Json const& object, ch
 
 // What a step can do; each step does one of these.
 constexpr char const* kActions[] = {"vti",  "floodSet",      "l2rib",      "bridging", "restart", "agent",
-                                    "vtep", "activeNextHop", "switchover", "answers",  "learn"};
+                                    "vtep", "activeNextHop", "switchover", "answers",  "learn",   "activeVxlanVlan"};
 
 std::string actionList() {
   std::string list;
@@ -146,9 +146,74 @@ Wire::IntfId vtiAt(Context const& ctx, Json const& object, char const* key) {
   return intf;
 }
 
+// VLANs as a scenario names them: one number, or a range "lo-hi".
+std::vector<Bridging::VlanId> vlansOf(Context const& ctx, std::string const& text) {
+  std::size_t const dash = text.find('-');
+  Bridging::VlanId const first = valueOf<Bridging::VlanId>(ctx, text.substr(0, dash), "VLAN");
+  Bridging::VlanId const last =
+      dash == std::string::npos ? first : valueOf<Bridging::VlanId>(ctx, text.substr(dash + 1), "VLAN");
+  if (last < first) {
+    ctx.fail("bad VLAN range '" + text + "': the first is above the last");
+  }
+  std::vector<Bridging::VlanId> vlans;
+  for (int vlan = first.value(); vlan <= last.value(); ++vlan) {
+    vlans.emplace_back(vlan);
+  }
+  return vlans;
+}
+
+std::vector<Bridging::VlanId> vlansAt(Context const& ctx, Json const& object, char const* key) {
+  if (!object.HasMember(key)) {
+    ctx.fail(std::string("missing '") + key + "'");
+  }
+  Json const& value = object[key];
+  if (value.IsInt64()) {
+    return vlansOf(ctx, std::to_string(value.GetInt64()));
+  }
+  if (!value.IsString()) {
+    ctx.fail(std::string("'") + key + "' must be a VLAN number or a range \"lo-hi\"");
+  }
+  return vlansOf(ctx, value.GetString());
+}
+
+std::string vlanText(std::vector<Bridging::VlanId> const& vlans) {
+  std::string text = "vlan " + vlans.front().stringValue();
+  return vlans.size() == 1 ? text : text + "-" + vlans.back().stringValue();
+}
+
+using VtiChanges = std::vector<std::function<void(Vxlan::VtiStatus&)>>;
+
+// {"10": 10010, "20": null, "100-199": 10100}: a VLAN's VNI, none, or a range
+// of VLANs mapped to consecutive VNIs.
+void addVlanToVni(Context const& ctx, Json const& maps, VtiChanges& changes, std::string& what) {
+  for (auto const& member : maps.GetObject()) {
+    std::vector<Bridging::VlanId> const vlans = vlansOf(ctx, member.name.GetString());
+    if (member.value.IsNull()) {
+      changes.push_back([vlans](Vxlan::VtiStatus& vti) {
+        for (Bridging::VlanId const& vlan : vlans) {
+          vti.vlanToVniMapDel(vlan);
+        }
+      });
+      what += " " + vlanText(vlans) + " no vni";
+      continue;
+    }
+    if (!member.value.IsUint() || member.value.GetUint() + vlans.size() > 0xFFFFFF) {
+      ctx.fail("a VNI in 'vlanToVni' must be a number below 16777216, or null");
+    }
+    std::uint32_t const first = member.value.GetUint();
+    changes.push_back([vlans, first](Vxlan::VtiStatus& vti) {
+      std::uint32_t vni = first;
+      for (Bridging::VlanId const& vlan : vlans) {
+        vti.vlanToVniMapIs(vlan, Vxlan::VniSourcePair(Vxlan::VniExtOrNone(vni++), "static"));
+      }
+    });
+    what += " " + vlanText(vlans) + " vni " + std::to_string(first) + (vlans.size() > 1 ? "..." : "");
+  }
+}
+
 Step vtiStep(Context const& ctx, Json const& spec) {
   expectKeys(ctx, spec, "vti",
-             {"name", "delete", "operStatus", "floodMcastGrp", "vlanToGroup", "controllerClientMode",
+             {"name", "delete", "operStatus", "floodMcastGrp", "vlanToGroup", "vlanToVni", "controllerClientMode",
               "datapathLearning", "localVtepAddr", "vArpVtepAddr", "udpPort"});
   Wire::IntfId const intf = vtiAt(ctx, spec, "name");
   std::string const name = intf.stringValue();
@@ -158,8 +223,8 @@ Step vtiStep(Context const& ctx, Json const& spec) {
     step.action = [intf](Platform& platform) { platform.vtiDel(intf); };
     return step;
   }
-  // Applied in this order, so that a VTI comes up with its groups in place.
-  std::vector<std::function<void(Vxlan::VtiStatus&)>> changes;
+  // Applied in this order, so that a VTI comes up with its maps in place.
+  VtiChanges changes;
   std::string what = "vti " + name;
   if (spec.HasMember("controllerClientMode")) {
     bool const mode = boolAt(ctx, spec, "controllerClientMode");
@@ -171,8 +236,10 @@ Step vtiStep(Context const& ctx, Json const& spec) {
     changes.push_back([learning](Vxlan::VtiStatus& vti) { vti.datapathLearningIs(learning); });
     what += learning ? " datapathLearning" : " no datapathLearning";
   }
-  for (auto [key, setter] : {std::pair{"localVtepAddr", &Vxlan::VtiStatus::localVtepAddrIs},
-                             std::pair{"vArpVtepAddr", &Vxlan::VtiStatus::vArpVtepAddrIs}}) {
+  for (auto const& field : {std::pair{"localVtepAddr", &Vxlan::VtiStatus::localVtepAddrIs},
+                            std::pair{"vArpVtepAddr", &Vxlan::VtiStatus::vArpVtepAddrIs}}) {
+    char const* const key = field.first;
+    auto const setter = field.second;
     if (spec.HasMember(key)) {
       Wire::IpAddr const address = valueOf<Wire::IpAddr>(ctx, stringAt(ctx, spec, key), "address");
       changes.push_back([address, setter](Vxlan::VtiStatus& vti) { (vti.*setter)(address); });
@@ -207,6 +274,9 @@ Step vtiStep(Context const& ctx, Json const& spec) {
         ctx.fail("a group in 'vlanToGroup' must be an address or null");
       }
     }
+  }
+  if (spec.HasMember("vlanToVni")) {
+    addVlanToVni(ctx, objectAt(ctx, spec["vlanToVni"], "'vlanToVni'"), changes, what);
   }
   if (spec.HasMember("operStatus")) {
     std::string const status = stringAt(ctx, spec, "operStatus");
@@ -291,11 +361,15 @@ Step l2ribStep(Context const& ctx, Json const& spec) {
 
 Step bridgingStep(Context const& ctx, Json const& spec) {
   expectKeys(ctx, spec, "bridging", {"vlan", "adminState", "delete"});
-  Bridging::VlanId const vlan = vlanAt(ctx, spec, "vlan");
+  std::vector<Bridging::VlanId> const vlans = vlansAt(ctx, spec, "vlan");
   Step step;
   if (spec.HasMember("delete") && boolAt(ctx, spec, "delete")) {
-    step.what = "vlan " + vlan.stringValue() + " deleted";
-    step.action = [vlan](Platform& platform) { platform.bridgingConfig()->vlanConfigDel(vlan); };
+    step.what = vlanText(vlans) + " deleted";
+    step.action = [vlans](Platform& platform) {
+      for (Bridging::VlanId const& vlan : vlans) {
+        platform.bridgingConfig()->vlanConfigDel(vlan);
+      }
+    };
     return step;
   }
   Bridging::VlanAdminState state = Bridging::VlanAdminState::active;
@@ -307,9 +381,11 @@ Step bridgingStep(Context const& ctx, Json const& spec) {
       ctx.fail("bad adminState '" + text + "': expected active, suspended or shutdown");
     }
   }
-  step.what = "vlan " + vlan.stringValue() + " " + Rxn::valueToString(state);
-  step.action = [vlan, state](Platform& platform) {
-    platform.bridgingConfig()->vlanConfigIs(vlan)->adminStateIs(state);
+  step.what = vlanText(vlans) + " " + Rxn::valueToString(state);
+  step.action = [vlans, state](Platform& platform) {
+    for (Bridging::VlanId const& vlan : vlans) {
+      platform.bridgingConfig()->vlanConfigIs(vlan)->adminStateIs(state);
+    }
   };
   return step;
 }
@@ -484,6 +560,40 @@ Step learnStep(Context const& ctx, Json const& spec) {
   return step;
 }
 
+Step activeVxlanVlanStep(Context const& ctx, Json const& spec) {
+  expectKeys(ctx, spec, "activeVxlanVlan", {"add", "remove"});
+  std::vector<std::pair<Bridging::VlanId, bool>> changes;
+  std::string what = "remote MACs";
+  for (auto [key, active] : {std::pair{"add", true}, std::pair{"remove", false}}) {
+    if (!spec.HasMember(key)) {
+      continue;
+    }
+    if (!spec[key].IsArray()) {
+      ctx.fail(std::string("'") + key + "' must be a list of VLANs");
+    }
+    for (Json const& item : spec[key].GetArray()) {
+      std::string const text = item.IsString()  ? item.GetString()
+                               : item.IsInt64() ? std::to_string(item.GetInt64())
+                                                : "";
+      if (text.empty()) {
+        ctx.fail(std::string("'") + key + "' must be a list of VLANs");
+      }
+      for (Bridging::VlanId const& vlan : vlansOf(ctx, text)) {
+        changes.emplace_back(vlan, active);
+      }
+      what += std::string(active ? " on " : " off ") + "vlan " + text;
+    }
+  }
+  Step step;
+  step.what = what;
+  step.action = [changes](Platform& platform) {
+    for (auto const& [vlan, active] : changes) {
+      platform.activeVxlanVlanIs(vlan, active);
+    }
+  };
+  return step;
+}
+
 Step parseStep(Context const& ctx, Json const& spec, double previousAt, PlatformConfig const& config) {
   objectAt(ctx, spec, "a step");
   std::vector<char const*> keys = {"at", "show"};
@@ -512,7 +622,8 @@ Step parseStep(Context const& ctx, Json const& spec, double previousAt, Platform
            : name == "vtep"          ? vtepStep(ctx, body)
            : name == "activeNextHop" ? activeNextHopStep(ctx, body)
            : name == "answers"       ? answersStep(ctx, body, config)
-                                     : learnStep(ctx, body);
+           : name == "learn"         ? learnStep(ctx, body)
+                                     : activeVxlanVlanStep(ctx, body);
   }
   if (actions > 1) {
     ctx.fail("a step does one thing: " + actionList());
@@ -549,7 +660,7 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
   objectAt(ctx, spec, "'platform'");
   expectKeys(ctx, spec, "'platform'",
              {"answerDelay", "vtepGroupSupported", "hitlessRestart", "useUniqGenId", "maxRemoteVteps", "maxTunnels",
-              "maxNextHops"});
+              "maxNextHops", "vniTableSize", "vniSynchronous"});
   PlatformConfig config;
   if (spec.HasMember("answerDelay")) {
     config.answerDelay = numberAt(ctx, spec, "answerDelay");
@@ -563,6 +674,8 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
   if (spec.HasMember("maxRemoteVteps")) config.maxRemoteVteps = countAt(ctx, spec, "maxRemoteVteps");
   if (spec.HasMember("maxTunnels")) config.tunnelLayer.tunnels = countAt(ctx, spec, "maxTunnels");
   if (spec.HasMember("maxNextHops")) config.tunnelLayer.nextHops = countAt(ctx, spec, "maxNextHops");
+  if (spec.HasMember("vniTableSize")) config.vniTableSize = countAt(ctx, spec, "vniTableSize");
+  if (spec.HasMember("vniSynchronous")) config.vniSynchronous = boolAt(ctx, spec, "vniSynchronous");
   return config;
 }
 

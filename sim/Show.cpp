@@ -111,6 +111,118 @@ void takeVteps(Platform& platform, Snapshot& s) {
                   event.vni().stringValue(), event.macAddr().stringValue()};
 }
 
+std::string vtiProgramLine(Wire::IntfId const& vti, VtiProgram const& p) {
+  std::vector<std::string> groups;
+  for (Wire::IpAddr const& group : p.mcastGrpDecap) {
+    groups.push_back(group.stringValue());
+  }
+  std::vector<std::string> pruned;
+  for (Wire::IpAddr const& vtep : p.prunedVteps) {
+    pruned.push_back(vtep.stringValue());
+  }
+  return Rxn::format("%-6s  oper %-4s  src %-15s  varp %-15s  udp %-5u  decap %s  bridging %s  pruning %s",
+                     vti.stringValue().c_str(), p.operStatus == Interface::IntfOperStatus::intfOperUp ? "up" : "down",
+                     p.srcAddr.stringValue().c_str(), p.varpVtepAddr.stringValue().c_str(), p.udpPort.value(),
+                     joined(groups, " ").c_str(), p.vtepToVtepBridging ? "on" : "off",
+                     p.vtepSourcePruningAll ? "all" : joined(pruned, " ").c_str());
+}
+
+constexpr std::size_t kVniRowsShown = 12;
+constexpr std::size_t kLogsShown = 5;
+
+std::string vniText(Vxlan::VniExtOrNone const& vni) {
+  return vni.valid() ? vni.stringValue() : "none";
+}
+
+std::string actionText(FabHelper::VlanVniMapConfigAction action) {
+  switch (action) {
+    case FabHelper::vlanVniMapAdded_:
+      return "added";
+    case FabHelper::vlanVniMapDeletedMacFlushPending_:
+      return "flushing";
+    case FabHelper::vlanVniMapDeleted_:
+      return "deleted";
+  }
+  return Rxn::valueToString(action);
+}
+
+Snapshot::VniMap::Row vniRow(Platform& platform, Bridging::VlanId const& vlan) {
+  Fab::VXLAN::VniSm const& sm = *platform.vniSm();
+  FabHelper::FabHelperVniConfigEntry const config = sm.config()->configEntry(vlan);
+  FabHelper::FabHelperVniStatusEntry const status = sm.status()->statusEntry(vlan);
+  Snapshot::VniMap::Row row;
+  row.vlan = vlan.value();
+  row.vti = (!!config ? config.vtiIntfId() : status.vtiIntfId()).stringValue();
+  row.config = !config ? "-" : vniText(config.vni()) + " " + actionText(config.vlanVniMapConfigAction());
+  row.status = !status
+                   ? "-"
+                   : vniText(status.vni()) + " " +
+                         (status.tableAddStatus() == FabTypes::success_ ? "success"
+                          : status.tableAddStatus() == FabTypes::full_  ? "full"
+                                                                        : Rxn::valueToString(status.tableAddStatus()));
+  row.shadow = "-";
+  for (auto const& [vti, shadow] : platform.vniInfo()->vlanVniMapShadow()) {
+    if (Fab::VXLAN::VniEntry const entry = shadow->vlanVniMap(vlan); !!entry) {
+      row.shadow = vniText(entry.vni());
+      row.vti = vti.stringValue();
+    }
+  }
+  Fab::VXLAN::ModifyVlanVniMapEntry const queued = sm.updateList(vlan);
+  Fab::VXLAN::ModifyVlanVniMapEntry const waiting = sm.pendingRemoveList(vlan);
+  row.queued = !!queued    ? "update " + vniText(queued.newVni())
+               : !!waiting ? "after flush " + vniText(waiting.newVni())
+                           : "-";
+  if (row.vti.empty()) {
+    row.vti = (!!queued ? queued.vtiIntfId() : waiting.vtiIntfId()).stringValue();
+  }
+  return row;
+}
+
+void takeVniMap(Platform& platform, Snapshot& s) {
+  Fab::VXLAN::VniSm const& sm = *platform.vniSm();
+  Snapshot::VniMap& m = s.vniMap;
+  std::set<Bridging::VlanId> vlans;
+  for (auto const& [vlan, row] : sm.config()->configEntry()) {
+    vlans.insert(vlan);
+  }
+  for (auto const& [vlan, row] : sm.status()->statusEntry()) {
+    vlans.insert(vlan);
+    m.full += row.tableAddStatus() == FabTypes::full_ ? 1 : 0;
+  }
+  for (auto const& [vti, shadow] : platform.vniInfo()->vlanVniMapShadow()) {
+    m.shadow += shadow->vlanVniMaps();
+    for (auto const& [vlan, entry] : shadow->vlanVniMap()) {
+      vlans.insert(vlan);
+    }
+  }
+  for (auto const& [vlan, entry] : sm.updateList()) {
+    vlans.insert(vlan);
+  }
+  for (auto const& [vlan, entry] : sm.pendingRemoveList()) {
+    vlans.insert(vlan);
+  }
+  m.config = sm.config()->configEntrys();
+  m.status = sm.status()->statusEntrys();
+  m.updateList = sm.updateLists();
+  m.pendingRemove = sm.pendingRemoveLists();
+  m.chip = platform.vniTable().mappings.size();
+  m.chipCapacity = platform.vniTable().capacity;
+  m.recovered = platform.vxlanBootStatus()->recoveredVlanToVniMaps();
+  for (Bridging::VlanId const& vlan : vlans) {
+    if (m.rows.size() == kVniRowsShown) {
+      m.moreRows = vlans.size() - kVniRowsShown;
+      break;
+    }
+    m.rows.push_back(vniRow(platform, vlan));
+  }
+  for (auto const& [vti, hw] : platform.vxlanHwStatusDir()->vxlanHwStatus()) {
+    for (auto const& [vlan, vni] : hw->pendingVlanToVniMap()) {
+      m.unprogrammed.push_back(vti.stringValue() + " vlan " + vlan.stringValue() + " vni " + vniText(vni));
+    }
+  }
+  std::sort(m.unprogrammed.begin(), m.unprogrammed.end());
+}
+
 }  // namespace
 
 Snapshot takeSnapshot(Platform& platform, std::string const& label) {
@@ -156,6 +268,16 @@ Snapshot takeSnapshot(Platform& platform, std::string const& label) {
   if (s.vtepSubsystem) {
     takeVteps(platform, s);
   }
+  for (auto const& [vti, program] : platform.vtiHardware().vti) {
+    s.vtiPrograms.push_back(vtiProgramLine(vti, program));
+  }
+  s.vtiHookCalls = platform.vtiHardware().calls.size() + platform.vtiHardware().droppedCalls;
+  s.vniSubsystem = !!platform.vniSm();
+  if (s.vniSubsystem) {
+    takeVniMap(platform, s);
+  }
+  std::vector<std::string> const& logs = platform.logs();
+  s.logs.assign(logs.size() > kLogsShown ? logs.end() - kLogsShown : logs.begin(), logs.end());
   for (auto const& [function, text] : platform.acsd()->verifyData()->cliVerifyOutput()) {
     s.verifyFailures.push_back(text);
   }
@@ -181,6 +303,32 @@ void renderVteps(std::ostringstream& out, Snapshot const& s) {
     out << Rxn::format("Learn events: %lu, the last from %s on %s, VNI %s, MAC %s\n",
                        static_cast<unsigned long>(s.learnEvent.genId), s.learnEvent.vtep.c_str(),
                        s.learnEvent.vti.c_str(), s.learnEvent.vni.c_str(), s.learnEvent.mac.c_str());
+  }
+}
+
+void renderVniMap(std::ostringstream& out, Snapshot::VniMap const& m) {
+  // An empty map says nothing.
+  if (m.config + m.status + m.shadow + m.updateList + m.pendingRemove + m.chip + m.recovered == 0) {
+    return;
+  }
+  out << Rxn::format(
+      "\nVLAN-VNI map: config %zu, status %zu (full %zu), shadow %zu, update list %zu, pending remove %zu; chip %zu "
+      "of %zu",
+      m.config, m.status, m.full, m.shadow, m.updateList, m.pendingRemove, m.chip, m.chipCapacity);
+  out << (m.recovered > 0 ? Rxn::format("; recovered %zu\n", m.recovered) : std::string("\n"));
+  if (!m.rows.empty()) {
+    out << "VLAN  VTI     Config            Status            Shadow    Queued\n"
+           "----  ------  ----------------  ----------------  --------  ------------------\n";
+    for (Snapshot::VniMap::Row const& r : m.rows) {
+      out << Rxn::format("%-4d  %-6s  %-16s  %-16s  %-8s  %s\n", r.vlan, r.vti.c_str(), r.config.c_str(),
+                         r.status.c_str(), r.shadow.c_str(), r.queued.c_str());
+    }
+    if (m.moreRows > 0) {
+      out << Rxn::format("... and %zu more\n", m.moreRows);
+    }
+  }
+  if (!m.unprogrammed.empty()) {
+    out << "Unprogrammed (pendingVlanToVniMap): " << joined(m.unprogrammed) << "\n";
   }
 }
 
@@ -213,6 +361,18 @@ std::string renderText(Snapshot const& s) {
   }
   if (s.vtepSubsystem) {
     renderVteps(out, s);
+  }
+  if (!s.vtiPrograms.empty()) {
+    out << "\nVTI programming (" << s.vtiHookCalls << " hook calls)\n";
+    for (std::string const& line : s.vtiPrograms) {
+      out << "  " << line << "\n";
+    }
+  }
+  if (s.vniSubsystem) {
+    renderVniMap(out, s.vniMap);
+  }
+  for (std::string const& line : s.logs) {
+    out << "Log: " << line << "\n";
   }
   out << "\nHitless restart stages\n";
   for (auto const& [stage, ready] : s.bootStages) {
@@ -264,6 +424,41 @@ void writeVteps(Writer& w, Snapshot const& s) {
   w.EndObject();
   w.Key("learnEvents");
   w.Uint64(s.learnEvent.genId);
+}
+
+template <class Writer>
+void writeVniMap(Writer& w, Snapshot::VniMap const& m) {
+  w.Key("vniMap");
+  w.StartObject();
+  for (auto const& [key, value] :
+       {std::pair{"config", m.config}, std::pair{"status", m.status}, std::pair{"full", m.full},
+        std::pair{"shadow", m.shadow}, std::pair{"updateList", m.updateList},
+        std::pair{"pendingRemove", m.pendingRemove}, std::pair{"chip", m.chip},
+        std::pair{"chipCapacity", m.chipCapacity}, std::pair{"recovered", m.recovered}}) {
+    w.Key(key);
+    w.Uint64(value);
+  }
+  w.Key("rows");
+  w.StartArray();
+  for (Snapshot::VniMap::Row const& r : m.rows) {
+    w.StartObject();
+    w.Key("vlan");
+    w.Int(r.vlan);
+    for (auto const& [key, value] :
+         {std::pair{"vti", &r.vti}, std::pair{"config", &r.config}, std::pair{"status", &r.status},
+          std::pair{"shadow", &r.shadow}, std::pair{"queued", &r.queued}}) {
+      w.Key(key);
+      w.String(value->c_str());
+    }
+    w.EndObject();
+  }
+  w.EndArray();
+  w.Key("unprogrammed");
+  w.StartArray();
+  for (std::string const& line : m.unprogrammed)
+    w.String(line.c_str());
+  w.EndArray();
+  w.EndObject();
 }
 
 std::string renderJson(std::string const& scenario, std::vector<Snapshot> const& snapshots) {
@@ -331,6 +526,19 @@ std::string renderJson(std::string const& scenario, std::vector<Snapshot> const&
     if (s.vtepSubsystem) {
       writeVteps(w, s);
     }
+    if (s.vniSubsystem) {
+      writeVniMap(w, s.vniMap);
+    }
+    w.Key("vtiPrograms");
+    w.StartArray();
+    for (std::string const& line : s.vtiPrograms)
+      w.String(line.c_str());
+    w.EndArray();
+    w.Key("logs");
+    w.StartArray();
+    for (std::string const& line : s.logs)
+      w.String(line.c_str());
+    w.EndArray();
     w.Key("verifyFailures");
     w.StartArray();
     for (std::string const& failure : s.verifyFailures)

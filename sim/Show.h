@@ -33,6 +33,19 @@ struct Snapshot {
     std::uint32_t initConfig = 0, initStatus = 0, cleanupConfig = 0, cleanupStatus = 0;
     std::size_t tunnels = 0, tunnelLimit = 0, nextHops = 0, nextHopLimit = 0, waiting = 0;
   };
+  // The VLAN to VNI map through its stages: config, the platform's answer,
+  // the shadow, the queues, and the chip.
+  struct VniMap {
+    struct Row {
+      int vlan = 0;
+      std::string vti, config, status, shadow, queued;
+    };
+    std::size_t config = 0, status = 0, full = 0, shadow = 0, updateList = 0, pendingRemove = 0, chip = 0,
+                chipCapacity = 0, recovered = 0;
+    std::vector<Row> rows;  // the first ones, by VLAN
+    std::size_t moreRows = 0;
+    std::vector<std::string> unprogrammed;  // pendingVlanToVniMap
+  };
   struct LearnEvent {
     std::uint64_t genId = 0;
     std::string vti, vtep, vni, mac;
@@ -55,6 +68,12 @@ struct Snapshot {
   std::vector<std::string> activeNextHops;
   TunnelLayer tunnelLayer;
   LearnEvent learnEvent;
+  // What the chip holds of each VTI, one line each, and the hook calls so far.
+  std::vector<std::string> vtiPrograms;
+  std::size_t vtiHookCalls = 0;
+  bool vniSubsystem = false;
+  VniMap vniMap;
+  std::vector<std::string> logs;  // the last named log messages
   std::vector<std::string> verifyFailures;
 };
 

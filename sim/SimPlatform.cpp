@@ -57,15 +57,17 @@ class SubStateStandIn : public Rxn::PtrInterface {
 
   void begin(FabVxlanState requested, FabVxlanState answer) {
     RXN_TRACE(7, name_ << " requests " << requested << ", the platform will answer " << answer);
+    (info_->notifier().get()->*set_)(requested);
+    answers_.post([this, requested, answer] { answerIfStill(requested, answer); });
+  }
+
+  // An answer that a later request overtook changes nothing.
+  void answerIfStill(FabVxlanState requested, FabVxlanState answer) {
     FabVxlanInfo* const info = info_->notifier().get();
-    (info->*set_)(requested);
-    // An answer that a later request overtook changes nothing.
-    answers_.post([this, info, requested, answer] {
-      if ((info->*get_)() == requested) {
-        RXN_TRACE(7, name_ << " answered " << answer);
-        (info->*set_)(answer);
-      }
-    });
+    if ((info->*get_)() == requested) {
+      RXN_TRACE(7, name_ << " answered " << answer);
+      (info->*set_)(answer);
+    }
   }
 
   std::string name_;
@@ -89,11 +91,13 @@ class StageStandIn : public Rxn::PtrInterface {
 
   void handleBootStatus() {
     if ((boot_->notifier().get()->*before_)()) {
-      answers_.post([this] {
-        RXN_TRACE(7, name_ << " publishes its restart stage");
-        (boot_->notifier().get()->*stage_)(true);
-      });
+      answers_.post([this] { publishStage(); });
     }
+  }
+
+  void publishStage() {
+    RXN_TRACE(7, name_ << " publishes its restart stage");
+    (boot_->notifier().get()->*stage_)(true);
   }
 
  private:
@@ -134,6 +138,11 @@ Platform::Platform(PlatformConfig const& config) : config_(config), tunnelAnswer
   tunnelConfig_ = Fab::fabTunnelConfigFactory("tunnelConfig");
   tunnelStatus_ = Fab::fabTunnelStatusFactory("tunnelStatus");
   swTunnelGroupIdManager_ = Fab::swTunnelGroupIdManagerFactory("swTunnelGroupIdManager");
+  vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
+  vniTable_.capacity = config_.vniTableSize;
+  vniTable_.programCost = config_.realTime ? 0.0 : config_.vniProgramCost;
+  Rxn::logSinkIs(
+      [this](Rxn::LogHandle const& handle, Rxn::String const& text) { logs_.push_back(Rxn::logLine(handle, text)); });
   tunnelLayer_ = new SimTunnelLayer(tunnelConfig_, tunnelStatus_, config_.tunnelLayer, tunnelAnswers_);
   Fab::VXLAN::learnSocketOpenerIs([this] { return learnWire_.open(); });
   start();
@@ -142,9 +151,12 @@ Platform::Platform(PlatformConfig const& config) : config_(config), tunnelAnswer
 Platform::~Platform() {
   central_ = nullptr;
   vtepSm_ = nullptr;
+  vniSm_ = nullptr;
+  vtiStatusDirSm_ = nullptr;
   standIns_.clear();
   stageStandIns_.clear();
   Fab::VXLAN::learnSocketOpenerIs(nullptr);
+  Rxn::logSinkIs(nullptr);
 }
 
 void Platform::start() {
@@ -161,6 +173,15 @@ void Platform::buildHooks() {
   fabHelperVtep_->useUniqGenIdIs(config_.useUniqGenId);
   helperAnswers_ = new VtepHelperAnswers(fabHelperVtep_, *helperAnswerQueue_);
   tunnelLayer_->helperIs(fabHelperVtep_);
+  fabHelperVni_ = new SimFabHelperVni(vniTable_, acsd_->verifyData());
+  fabHelperVni_->handleInitialized();
+  if (!config_.vniSynchronous) {
+    vniAnswerQueue_ = std::make_unique<AnswerQueue>(config_.answerDelay);
+    vniAnswerQueue_->heldIs(helperAnswerQueue_->held());
+  }
+  vniHelperSm_ =
+      new SimFabHelperVniSm(fabHelperVni_->config(), fabHelperVni_->status(), vniTable_, vniAnswerQueue_.get());
+  vniTableSweeper_ = new VniTableSweeper(vxlanBootStatus_, fabHelperVni_->config(), vniTable_);
 }
 
 void Platform::buildMachines() {
@@ -174,21 +195,20 @@ void Platform::buildMachines() {
   vtepSm_ = Fab::VXLAN::vtepSmFactory(acsd_, vxlanInfo_, vtiStatusDir_, vtepConfigDir_, vtepStatusDir_,
                                       vxlanHwStatusDir_, vtepEvent_, tunnelConfig_, tunnelStatus_, fabHelperVtep_,
                                       swTunnelGroupIdManager_, vxlanBootStatus_);
+  vniSm_ = Fab::VXLAN::vniSmFactory(acsd_, vxlanInfo_, vniInfo_, vtiStatusDir_, vxlanHwStatusDir_, bridgingConfig_,
+                                    fabHelperVni_, vxlanBootStatus_);
+  vtiStatusDirSm_ = Fab::smFactory<SimVtiStatusDirSm>("Sim", vtiStatusDir_, vtiHardware_);
   buildStandIns();
 }
 
 void Platform::buildStandIns() {
   double const delay = config_.answerDelay;
-  standIns_.push_back(
-      new SubStateStandIn("VniSm", vxlanInfo_, &FabVxlanInfo::vniSmState, &FabVxlanInfo::vniSmStateIs, delay));
   standIns_.push_back(new SubStateStandIn("VxlanMacAddrSm", vxlanInfo_, &FabVxlanInfo::vxlanMacSmState,
                                           &FabVxlanInfo::vxlanMacSmStateIs, delay));
   if (config_.vtepGroupSupported) {
     standIns_.push_back(new SubStateStandIn("VtepGroupSm", vxlanInfo_, &FabVxlanInfo::vtepGroupSmState,
                                             &FabVxlanInfo::vtepGroupSmStateIs, delay));
   }
-  stageStandIns_.push_back(new StageStandIn("VniSm", vxlanBootStatus_, &VxlanBootStatus::stageBumVtepListReady,
-                                            &VxlanBootStatus::stageVlanVniMappingReadyIs, delay));
   stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_,
                                             &VxlanBootStatus::stageVlanVniMappingReady,
                                             &VxlanBootStatus::stageRemoteMacsReadyIs, delay));
@@ -201,6 +221,8 @@ void Platform::buildStandIns() {
 void Platform::startMachines() {
   if (vtepSm_) {
     vtepSm_->handleInitialized();
+    vniSm_->handleInitialized();
+    vtiStatusDirSm_->handleInitialized();
   }
   for (Rxn::Ptr<SubStateStandIn> const& standIn : standIns_) {
     standIn->handleState();
@@ -220,8 +242,14 @@ void Platform::agentDown(Shutdown how) {
   central_->disableCleanupOnRestartIs(restarting);
   central_ = nullptr;
   vtepSm_ = nullptr;
+  vniSm_ = nullptr;
+  vtiStatusDirSm_ = nullptr;
   standIns_.clear();
   stageStandIns_.clear();
+  vniTableSweeper_ = nullptr;
+  vniHelperSm_ = nullptr;
+  fabHelperVni_ = nullptr;
+  vniAnswerQueue_ = nullptr;
   helperAnswers_ = nullptr;
   fabHelperVtep_ = nullptr;
   helperAnswerQueue_ = nullptr;
@@ -233,8 +261,16 @@ void Platform::agentUp() {
     return;
   }
   RXN_TRACE(1, "the agent comes back after a hitless restart");
-  // The stages of the restart start over.
+  // The restarted agent's own state starts at rest, but for what the remote
+  // MAC machine republishes; the stages of the restart start over.
   vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
+  Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
+  vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
+  for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
+    vniInfo_->activeVxlanVlanIs(vlanId, true);
+  }
+  Rxn::logRateLimitReset();
+  publishRecoveredVlanToVniMap();
   vxlanBootStatus_->vxlanHitlessRestartSupportedIs(config_.hitlessRestartSupported);
   vxlanBootStatus_->stageBumVtepListReadyIs(false);
   vxlanBootStatus_->stageVlanVniMappingReadyIs(false);
@@ -242,6 +278,13 @@ void Platform::agentUp() {
   vxlanBootStatus_->stageReevaluateRmacsDoneIs(false);
   ++restarts_;
   start();
+}
+
+void Platform::publishRecoveredVlanToVniMap() {
+  vxlanBootStatus_->recoveredVlanToVniMapDelAll();
+  for (auto const& [vlanId, mapping] : vniTable_.mappings) {
+    vxlanBootStatus_->recoveredVlanToVniMapIs(vlanId, Fab::VXLAN::VniEntry(vlanId, mapping.vni, mapping.vti));
+  }
 }
 
 void Platform::settle() {
@@ -252,9 +295,11 @@ void Platform::answersAre(double delay, bool held, Answerer answerer) {
   if (answerer == Answerer::all) {
     config_.answerDelay = delay;
   }
-  AnswerQueue* const hook = answerer != Answerer::tunnelLayer ? helperAnswerQueue_.get() : nullptr;
+  bool const hooks = answerer != Answerer::tunnelLayer;
+  AnswerQueue* const vtepHook = hooks ? helperAnswerQueue_.get() : nullptr;
+  AnswerQueue* const vniHook = hooks ? vniAnswerQueue_.get() : nullptr;
   AnswerQueue* const tunnels = answerer != Answerer::hook ? &tunnelAnswers_ : nullptr;
-  for (AnswerQueue* queue : {hook, tunnels}) {
+  for (AnswerQueue* queue : {vtepHook, vniHook, tunnels}) {
     if (queue != nullptr) {
       queue->delayIs(delay);
       queue->heldIs(held);
@@ -296,6 +341,22 @@ void Platform::remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, b
 
 Fab::SwTunnelGroupId Platform::vtepId(Wire::IpAddr const& vtep) const {
   return swTunnelGroupIdManager_->getSwTunnelGroupIdForTunnelIp(vtep);
+}
+
+void Platform::vlanVniIs(Wire::IntfId const& vti, Bridging::VlanId const& vlanId, Vxlan::VniExtOrNone const& vni) {
+  if (vni.valid()) {
+    this->vti(vti)->vlanToVniMapIs(vlanId, Vxlan::VniSourcePair(vni, "static"));
+  } else {
+    this->vti(vti)->vlanToVniMapDel(vlanId);
+  }
+}
+
+void Platform::activeVxlanVlanIs(Bridging::VlanId const& vlanId, bool active) {
+  if (active) {
+    vniInfo_->activeVxlanVlanIs(vlanId, true);
+  } else {
+    vniInfo_->activeVxlanVlanDel(vlanId);
+  }
 }
 
 void Platform::learnFrame(std::vector<std::uint8_t> const& frame) {

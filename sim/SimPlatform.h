@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "fabvxlan/FabVxlan.h"
+#include "sim/SimVni.h"
 #include "sim/SimVtep.h"
+#include "sim/SimVtiStatusDirSm.h"
 
 namespace Sim {
 
@@ -31,12 +33,21 @@ struct PlatformConfig {
   bool useUniqGenId = true;
   std::uint32_t maxRemoteVteps = 100;
   TunnelLayerLimits tunnelLayer;
+  // The chip's VLAN to VNI table: its size, and whether the platform answers
+  // within each request instead of an answer delay later.
+  std::size_t vniTableSize = 4094;
+  bool vniSynchronous = false;
+  // Seconds of the loop's time that writing one mapping into the chip takes.
+  double vniProgramCost = 20e-6;
+  // Simulated time, or the wall clock (for benchmarks).
+  bool realTime = false;
 };
 
 // How the agent goes down: to come back hitlessly, or for good.
 enum class Shutdown { forRestart, forGood };
 
 class SubStateStandIn;
+class VniTableSweeper;
 class StageStandIn;
 
 class Platform {
@@ -71,8 +82,9 @@ class Platform {
   void runFor(double seconds) { activity_.runFor(seconds); }
   // Runs until no timer is armed: every pending answer has come.
   void settle();
-  // The platform's answers from now on, of the VTEP hook, of the tunnel layer
-  // or of both: their delay, and whether they are held back until released.
+  // The platform's answers from now on, of the hooks (VTEP and VNI), of the
+  // tunnel layer or of all: their delay, and whether they are held back until
+  // released.
   enum class Answerer { all, hook, tunnelLayer };
   void answersAre(double delay, bool held, Answerer answerer = Answerer::all);
 
@@ -86,6 +98,10 @@ class Platform {
   // lists it in VtepConfig; the VTI's VtepConfig goes with its last VTEP.
   void remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, bool needed);
   Fab::SwTunnelGroupId vtepId(Wire::IpAddr const& vtep) const;
+  // A VLAN's mapping on a VTI, or none.
+  void vlanVniIs(Wire::IntfId const& vti, Bridging::VlanId const& vlanId, Vxlan::VniExtOrNone const& vni);
+  // Whether remote MACs use the VLAN, as the remote MAC machine says.
+  void activeVxlanVlanIs(Bridging::VlanId const& vlanId, bool active);
   // The data path copies a frame to the CPU. Without a VTI up nothing reads
   // it, and it is lost.
   void learnFrame(std::vector<std::uint8_t> const& frame);
@@ -105,6 +121,7 @@ class Platform {
   Rxn::Ptr<Fab::FabTunnelConfig> const& tunnelConfig() const { return tunnelConfig_; }
   Rxn::Ptr<Fab::FabTunnelStatus> const& tunnelStatus() const { return tunnelStatus_; }
   Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelGroupIdManager() const { return swTunnelGroupIdManager_; }
+  Rxn::Ptr<Fab::VXLAN::FabVniInfo> const& vniInfo() const { return vniInfo_; }
 
   // The platform's side.
   Rxn::Ptr<SimFabHelperVtep> const& fabHelperVtep() const { return fabHelperVtep_; }
@@ -112,10 +129,17 @@ class Platform {
   VtepHardware& vtepHardware() { return vtepHardware_; }
   SimTunnelLayer& tunnelLayer() const { return *tunnelLayer_; }
   LearnWire const& learnWire() const { return learnWire_; }
+  Rxn::Ptr<SimFabHelperVni> const& fabHelperVni() const { return fabHelperVni_; }
+  VniTable& vniTable() { return vniTable_; }
+  VtiHardware const& vtiHardware() const { return vtiHardware_; }
+  // The named log messages of the agent so far, as the platform's log shows them.
+  std::vector<std::string> const& logs() const { return logs_; }
 
   // Machines.
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> const& central() const { return central_; }
   Rxn::Ptr<Fab::VXLAN::VtepSm> const& vtepSm() const { return vtepSm_; }
+  Rxn::Ptr<Fab::VXLAN::VniSm> const& vniSm() const { return vniSm_; }
+  Rxn::Ptr<SimVtiStatusDirSm> const& vtiStatusDirSm() const { return vtiStatusDirSm_; }
   // The names of the sub-machines a stand-in answers for.
   std::vector<std::string> standInNames() const;
   int restarts() const { return restarts_; }
@@ -125,9 +149,11 @@ class Platform {
   void buildHooks();
   void buildStandIns();
   void startMachines();
+  // What the chip kept of the map, for the restarted agent to recover.
+  void publishRecoveredVlanToVniMap();
 
   PlatformConfig config_;
-  Rxn::Activity activity_{Rxn::Activity::TimeMode::simulated};
+  Rxn::Activity activity_{config_.realTime ? Rxn::Activity::TimeMode::real : Rxn::Activity::TimeMode::simulated};
   Rxn::Ptr<Fab::FabCommonSmData> acsd_;
   Rxn::Ptr<Fab::VXLAN::FabVxlanInfo> vxlanInfo_;
   Rxn::Ptr<Vxlan::VtiStatusDir> vtiStatusDir_;
@@ -142,7 +168,9 @@ class Platform {
   Rxn::Ptr<Fab::FabTunnelConfig> tunnelConfig_;
   Rxn::Ptr<Fab::FabTunnelStatus> tunnelStatus_;
   Rxn::Ptr<Fab::SwTunnelGroupIdManager> swTunnelGroupIdManager_;
+  Rxn::Ptr<Fab::VXLAN::FabVniInfo> vniInfo_;
   Rxn::Ptr<Fab::VerifyHarness> verifyHarness_;
+  std::vector<std::string> logs_;
 
   // The chip and the tunnel layer outlive the agent; the hooks do not.
   VtepHardware vtepHardware_;
@@ -152,9 +180,17 @@ class Platform {
   std::unique_ptr<AnswerQueue> helperAnswerQueue_;
   Rxn::Ptr<SimFabHelperVtep> fabHelperVtep_;
   Rxn::Ptr<VtepHelperAnswers> helperAnswers_;
+  VniTable vniTable_;
+  VtiHardware vtiHardware_;
+  std::unique_ptr<AnswerQueue> vniAnswerQueue_;
+  Rxn::Ptr<SimFabHelperVni> fabHelperVni_;
+  Rxn::Ptr<SimFabHelperVniSm> vniHelperSm_;
+  Rxn::Ptr<VniTableSweeper> vniTableSweeper_;
 
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> central_;
   Rxn::Ptr<Fab::VXLAN::VtepSm> vtepSm_;
+  Rxn::Ptr<Fab::VXLAN::VniSm> vniSm_;
+  Rxn::Ptr<SimVtiStatusDirSm> vtiStatusDirSm_;
   std::vector<Rxn::Ptr<SubStateStandIn>> standIns_;
   std::vector<Rxn::Ptr<StageStandIn>> stageStandIns_;
   int restarts_ = 0;

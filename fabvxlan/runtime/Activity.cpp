@@ -404,7 +404,12 @@ void Activity::runFor(double seconds) {
   double const end = now() + seconds;
   if (mode_ == TimeMode::simulated) {
     for (;;) {
-      runUntilIdle();
+      // Work that takes simulated time (advanceTime) may use the span up.
+      while (simulatedNow_ <= end && runTurn(0.0) > 0) {
+      }
+      if (simulatedNow_ > end) {
+        return;
+      }
       double const next = clock_->nextTime();
       if (next > end) {
         break;

@@ -163,7 +163,9 @@ class Activity {
   std::size_t runTurn(double maxWait = 0.0);
   // Turns until a turn finds nothing to do at the present time.
   void runUntilIdle();
-  // Runs for a span of time; simulated time jumps from one armed time to the next.
+  // Runs for a span of time; simulated time jumps from one armed time to the
+  // next. In simulated time, work that itself takes time (advanceTime) ends
+  // the span at the end of the turn that passed it.
   void runFor(double seconds);
   // Runs until stop() or until nothing is armed or watched; in simulated
   // time, until no timer is armed.

@@ -181,7 +181,7 @@ void throwStrepError(String const& what, StrepNode const& node) {
 }
 
 template <class T>
-requires std::is_arithmetic_v<T> T ValueTraits<T>::fromStrep(StrepNode const& node) {
+T arithmeticFromStrep(StrepNode const& node) {
   if constexpr (std::is_same_v<T, bool>) {
     if (node.kind != StrepNode::Kind::boolean) {
       throwStrepError("expected True or False", node);
@@ -219,6 +219,20 @@ requires std::is_arithmetic_v<T> T ValueTraits<T>::fromStrep(StrepNode const& no
   }
 }
 
+template bool arithmeticFromStrep<bool>(StrepNode const&);
+template char arithmeticFromStrep<char>(StrepNode const&);
+template signed char arithmeticFromStrep<signed char>(StrepNode const&);
+template unsigned char arithmeticFromStrep<unsigned char>(StrepNode const&);
+template short arithmeticFromStrep<short>(StrepNode const&);
+template unsigned short arithmeticFromStrep<unsigned short>(StrepNode const&);
+template int arithmeticFromStrep<int>(StrepNode const&);
+template unsigned int arithmeticFromStrep<unsigned int>(StrepNode const&);
+template long arithmeticFromStrep<long>(StrepNode const&);
+template unsigned long arithmeticFromStrep<unsigned long>(StrepNode const&);
+template long long arithmeticFromStrep<long long>(StrepNode const&);
+template unsigned long long arithmeticFromStrep<unsigned long long>(StrepNode const&);
+template float arithmeticFromStrep<float>(StrepNode const&);
+template double arithmeticFromStrep<double>(StrepNode const&);
 template struct ValueTraits<bool>;
 template struct ValueTraits<char>;
 template struct ValueTraits<signed char>;

@@ -32,6 +32,9 @@ namespace Rxn {
 // One parsed strep.
 struct StrepNode {
   enum class Kind { number, boolean, string, wrapper, record, sequence };
+  // User-provided: the vectors below hold this type while it is incomplete,
+  // which every standard library then accepts.
+  StrepNode() {}
   Kind kind = Kind::number;
   String text;                                       // number, boolean, string: the token; wrapper: the display text
   String typeName;                                   // wrapper and record
@@ -48,6 +51,8 @@ String quoteStrep(String const& text);
 
 template <class T>
 struct ValueTraits;
+template <class T>
+T arithmeticFromStrep(StrepNode const& node);
 
 template <class T>
 concept WrapperValue = requires(T const& t, String const& s) {
@@ -68,7 +73,7 @@ struct ValueTraits<T> {
       return std::to_string(value);
     }
   }
-  static T fromStrep(StrepNode const& node);
+  static T fromStrep(StrepNode const& node) { return arithmeticFromStrep<T>(node); }
 };
 
 template <>

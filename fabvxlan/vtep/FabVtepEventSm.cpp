@@ -132,9 +132,11 @@ void VtepEventSm::readFrames(LearnBuffer& buffer) {
   for (;;) {
     ssize_t const n = ::read(vtepSock_, buffer.data(), buffer.size());
     if (n < 0) {
-      if (errno != EAGAIN) {
-        RXN_TRACE(1, " Error: read " << errno << " " << std::strerror(errno));
-        RXN_RING(1, " Error: read %d %s", errno, std::strerror(errno));
+      // Kept before the trace, which may make calls of its own.
+      int const error = errno;
+      if (error != EAGAIN) {
+        RXN_TRACE(1, " Error: read " << error << " " << std::strerror(error));
+        RXN_RING(1, " Error: read %d %s", error, std::strerror(error));
       }
       return;
     }

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#include "fabvxlan/runtime/Trace.h"
+
+RXN_TRACE_MODULE("FabVxlanVtepEventSm");
+
 namespace Fab::VXLAN {
 
 namespace {
@@ -54,6 +58,7 @@ LearnFrame checkLearnFrame(LearnBuffer const& buffer, std::size_t length, LearnC
   }
   LearnFrame frame;
   frame.vni = Vxlan::VniExt(u32At(buffer, h + kVniAfterIp) >> 8);
+  RXN_TRACE(8, " extracted vni:" << frame.vni);
   frame.remoteVtepAddr = ip.src();
   if (frame.remoteVtepAddr.isZero()) {
     return rejected(" Error: bad remote vtep address " + frame.remoteVtepAddr.stringValue());
@@ -64,6 +69,7 @@ LearnFrame checkLearnFrame(LearnBuffer const& buffer, std::size_t length, LearnC
   std::array<std::uint8_t, 6> mac{};
   std::copy_n(buffer.begin() + static_cast<std::ptrdiff_t>(h + kInnerMacAfterIp), mac.size(), mac.begin());
   frame.macAddr = Wire::EthAddr(mac);
+  RXN_TRACE(8, " vtep:" << frame.remoteVtepAddr << " mac:" << frame.macAddr);
   if (!frame.macAddr.isUnicast()) {
     return rejected(" Error: non-unicast mac addr " + frame.macAddr.stringValue());
   }

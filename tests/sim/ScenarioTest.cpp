@@ -38,10 +38,10 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
        "bad.json: toggle 'PerVniControlPlane' must be true or false"},
       {steps(R"({"at": 0, "wait": 3})"),
        "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, floodSet, l2rib, bridging, restart, "
-       "agent, vtep, activeNextHop, switchover, answers, learn)"},
+       "agent, vtep, activeNextHop, switchover, answers, learn, activeVxlanVlan)"},
       {steps(R"({"at": 0})"),
        "bad.json: step 1: a step needs vti, floodSet, l2rib, bridging, restart, agent, vtep, "
-       "activeNextHop, switchover, answers, learn or show"},
+       "activeNextHop, switchover, answers, learn, activeVxlanVlan or show"},
       {steps(R"({"at": 2, "show": true}, {"at": 1, "show": true})"),
        "bad.json: step 2: 'at' goes back in time, to 1 after 2"},
       {steps(R"({"vti": {"name": "Ethernet1", "operStatus": "up"}})"),
@@ -58,7 +58,12 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
        "bad.json: step 1: bad flood set type 'some': expected all, any or a number"},
       {steps(R"({"vti": {"name": "Vxlan1"}, "l2rib": {"source": 4}})"),
        "bad.json: step 1: a step does one thing: vti, floodSet, l2rib, bridging, restart, agent, vtep, "
-       "activeNextHop, switchover, answers, learn"},
+       "activeNextHop, switchover, answers, learn, activeVxlanVlan"},
+      {steps(R"({"bridging": {"vlan": "20-10"}})"),
+       "bad.json: step 1: bad VLAN range '20-10': the first is above the last"},
+      {steps(R"({"vti": {"name": "Vxlan1", "vlanToVni": {"10": "x"}}})"),
+       "bad.json: step 1: a VNI in 'vlanToVni' must be a number below 16777216, or null"},
+      {steps(R"({"activeVxlanVlan": {"add": [true]}})"), "bad.json: step 1: 'add' must be a list of VLANs"},
       {steps(R"({"vtep": {"vti": "Ethernet3", "add": ["10.0.0.2"]}})"),
        "bad.json: step 1: bad interface 'Ethernet3': a VTI is named Vxlan<number>"},
       {steps(R"({"vtep": {"vti": "Vxlan1", "add": ["10.0.0.256"]}})"),

@@ -1,0 +1,169 @@
+// The VLAN to VNI pipeline of VniSm: wishes through the queue into the
+// platform's config, the answers into the shadow, one operation in flight per
+// VLAN, removals that wait for remote MACs, inactive VLANs, a full table.
+
+#include <gtest/gtest.h>
+
+#include "tests/vni/VniFixture.h"
+
+namespace FabTest {
+namespace {
+
+using Fab::VXLAN::FabVxlanState;
+
+class VniPipelineTest : public VniFixture {
+ protected:
+  void featureUp() {
+    vlansActive(10, 12);
+    vtiUp(kVxlan1);
+    platform().settle();
+    ASSERT_EQ(info().state(), FabVxlanState::initialized_);
+  }
+};
+
+TEST_F(VniPipelineTest, AMappingReachesTheHardwareAndOnlyThenTheShadow) {
+  featureUp();
+  maps(10, 10010);
+  platform().runUntilIdle();
+  // Sent, not answered: queued, not marked for resending, out of the shadow.
+  EXPECT_EQ(configRow(10).vni().value(), 10010U);
+  EXPECT_EQ(configRow(10).vlanVniMapConfigAction(), FabHelper::vlanVniMapAdded_);
+  EXPECT_TRUE(!!queued(10));
+  EXPECT_FALSE(dirty(10));
+  EXPECT_EQ(shadowVni(10), 0U);
+  // The valid pair is written at once.
+  EXPECT_EQ(platform().vniInfo()->validVlanVniMap(Bridging::VlanId(10)).vni().value(), 10010U);
+  EXPECT_EQ(platform().vniInfo()->validVniVlanMap(Vxlan::VniExtOrNone(10010)).vlanId(), Bridging::VlanId(10));
+
+  platform().settle();
+  EXPECT_EQ(statusRow(10).tableAddStatus(), FabTypes::success_);
+  EXPECT_EQ(shadowVni(10), 10010U);
+  EXPECT_FALSE(!!queued(10));
+
+  // A VNI moves to another VLAN: the pairs stay one to one.
+  maps(11, 10010);
+  platform().settle();
+  EXPECT_FALSE(!!platform().vniInfo()->validVlanVniMap(Bridging::VlanId(10)));
+  EXPECT_EQ(platform().vniInfo()->validVniVlanMap(Vxlan::VniExtOrNone(10010)).vlanId(), Bridging::VlanId(11));
+}
+
+TEST_F(VniPipelineTest, AChangeInFlightWaitsForTheAnswerAndLeavesTheShadowAlone) {
+  featureUp();
+  holdVniAnswers(true);
+  maps(10, 10010);
+  platform().runUntilIdle();
+  maps(10, 20010);
+  platform().runUntilIdle();
+  EXPECT_EQ(queued(10).newVni().value(), 20010U);
+  EXPECT_FALSE(dirty(10));
+  EXPECT_EQ(configRow(10).vni().value(), 10010U);
+
+  // The answer for 10010 finds the wish moved on: the old row goes, then 20010.
+  holdVniAnswers(false);
+  platform().runFor(0.15);
+  EXPECT_EQ(shadowVni(10), 0U);
+  EXPECT_FALSE(!!configRow(10));
+  platform().settle();
+  EXPECT_EQ(shadowVni(10), 20010U);
+  EXPECT_EQ(statusRow(10).vni().value(), 20010U);
+  EXPECT_FALSE(!!queued(10));
+}
+
+TEST_F(VniPipelineTest, AWishBackToNoneBeforeAnythingWasSentIsDropped) {
+  featureUp();
+  maps(10, 10010);
+  maps(10, 0);
+  EXPECT_FALSE(!!queued(10));
+  EXPECT_FALSE(dirty(10));
+  platform().settle();
+  EXPECT_EQ(vniConfig().configEntrys(), 0U);
+}
+
+TEST_F(VniPipelineTest, ARemovalUnderRemoteMacsWaitsForThemWithoutATimeout) {
+  featureUp();
+  maps(10, 10010);
+  platform().settle();
+  remoteMacsOn(10);
+
+  maps(10, 0);
+  platform().runUntilIdle();
+  // Out of the shadow at once; the row stays, flushing, until the MACs are gone.
+  EXPECT_EQ(shadowVni(10), 0U);
+  EXPECT_EQ(configRow(10).vlanVniMapConfigAction(), FabHelper::vlanVniMapDeletedMacFlushPending_);
+  EXPECT_TRUE(!!waiting(10));
+  // A newer wish only overwrites the waiting one.
+  maps(10, 30010);
+  platform().runUntilIdle();
+  EXPECT_EQ(waiting(10).newVni().value(), 30010U);
+  platform().runFor(600);
+  EXPECT_TRUE(!!waiting(10));
+  EXPECT_TRUE(!!configRow(10));
+  EXPECT_TRUE(platform().vniTable().flushing.count(Bridging::VlanId(10)));
+
+  remoteMacsOn(10, false);
+  EXPECT_FALSE(!!waiting(10));
+  platform().settle();
+  EXPECT_EQ(shadowVni(10), 30010U);
+  EXPECT_EQ(configRow(10).vlanVniMapConfigAction(), FabHelper::vlanVniMapAdded_);
+}
+
+TEST_F(VniPipelineTest, OnlyAnActiveVlanKeepsItsMapping) {
+  featureUp();
+  maps(10, 10010);
+  maps(11, 10011);
+  platform().settle();
+
+  vlansActive(10, 10, Bridging::VlanAdminState::suspended);
+  platform().bridgingConfig()->vlanConfigDel(Bridging::VlanId(11));
+  platform().settle();
+  EXPECT_EQ(shadowVni(10), 0U);
+  EXPECT_EQ(shadowVni(11), 0U);
+  EXPECT_EQ(vniConfig().configEntrys(), 0U);
+  EXPECT_EQ(platform().vniInfo()->validVlanVniMaps(), 0U);
+
+  vlansActive(10, 11);
+  platform().settle();
+  EXPECT_EQ(shadowVni(10), 10010U);
+  EXPECT_EQ(shadowVni(11), 10011U);
+}
+
+class SmallTableTest : public VniFixture {
+ protected:
+  SmallTableTest() : VniFixture(platformWith(0.1, false, 2)) {}
+};
+
+TEST_F(SmallTableTest, AFullTableLeavesTheRowUnprogrammedVisiblyAndLogsOnce) {
+  vlansActive(10, 12);
+  maps(10, 10010);
+  maps(11, 10011);
+  vtiUp(kVxlan1);
+  platform().settle();
+  maps(12, 10012);
+  platform().settle();
+
+  EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
+  EXPECT_TRUE(!!configRow(12));
+  EXPECT_FALSE(!!queued(12));
+  EXPECT_EQ(shadowVni(12), 0U);
+  Vxlan::VxlanHwStatus const& hw = *platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1);
+  EXPECT_EQ(hw.pendingVlanToVniMap(Bridging::VlanId(12)).value(), 10012U);
+  ASSERT_EQ(platform().logs().size(), 1U);
+  EXPECT_EQ(platform().logs()[0],
+            "%ETH-4-VNIVLANMAPFULL: Unable to program VLAN 12 to VNI 10012 mapping due to hardware resource "
+            "exhaustion.");
+
+  // No retry: room alone changes nothing, a new wish goes the ordinary way.
+  maps(10, 0);
+  platform().settle();
+  EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
+  maps(12, 0);
+  platform().settle();
+  maps(12, 10012);
+  platform().settle();
+  EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::success_);
+  EXPECT_EQ(shadowVni(12), 10012U);
+  EXPECT_FALSE(!!hw.pendingVlanToVniMap(Bridging::VlanId(12)));
+}
+
+}  // namespace
+}  // namespace FabTest
