@@ -384,174 +384,162 @@ std::string renderText(Snapshot const& s) {
   return out.str();
 }
 
-template <class Writer>
-void writeVteps(Writer& w, Snapshot const& s) {
+using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+void writeStrings(JsonWriter& w, char const* key, std::vector<std::string> const& strings) {
+  w.Key(key);
+  w.StartArray();
+  for (std::string const& string : strings)
+    w.String(string.c_str());
+  w.EndArray();
+}
+
+void writeTexts(JsonWriter& w, std::initializer_list<std::pair<char const*, std::string const*>> texts) {
+  for (auto const& [key, text] : texts) {
+    w.Key(key);
+    w.String(text->c_str());
+  }
+}
+
+void writeCounts(JsonWriter& w, std::initializer_list<std::pair<char const*, std::size_t>> counts) {
+  for (auto const& [key, count] : counts) {
+    w.Key(key);
+    w.Uint64(count);
+  }
+}
+
+void writeVteps(JsonWriter& w, Snapshot const& s) {
   w.Key("vteps");
   w.StartArray();
   for (Snapshot::Vtep const& v : s.vteps) {
     w.StartObject();
-    for (auto const& [key, value] : {std::pair{"vti", &v.vti}, std::pair{"vtep", &v.vtep}, std::pair{"state", &v.state},
-                                     std::pair{"tunnelId", &v.tunnelId}, std::pair{"nextHopId", &v.nextHopId},
-                                     std::pair{"generation", &v.generation}}) {
-      w.Key(key);
-      w.String(value->c_str());
-    }
-    w.Key("held");
-    w.StartArray();
-    for (std::string const& id : v.held)
-      w.String(id.c_str());
-    w.EndArray();
+    writeTexts(w, {{"vti", &v.vti},
+                   {"vtep", &v.vtep},
+                   {"state", &v.state},
+                   {"tunnelId", &v.tunnelId},
+                   {"nextHopId", &v.nextHopId},
+                   {"generation", &v.generation}});
+    writeStrings(w, "held", v.held);
     w.EndObject();
   }
   w.EndArray();
-  w.Key("activeNextHops");
-  w.StartArray();
-  for (std::string const& id : s.activeNextHops)
-    w.String(id.c_str());
-  w.EndArray();
+  writeStrings(w, "activeNextHops", s.activeNextHops);
   Snapshot::TunnelLayer const& t = s.tunnelLayer;
   w.Key("tunnelLayer");
   w.StartObject();
-  for (auto const& [key, value] :
-       {std::pair{"initConfig", std::size_t{t.initConfig}}, std::pair{"initStatus", std::size_t{t.initStatus}},
-        std::pair{"cleanupConfig", std::size_t{t.cleanupConfig}},
-        std::pair{"cleanupStatus", std::size_t{t.cleanupStatus}}, std::pair{"tunnels", t.tunnels},
-        std::pair{"tunnelLimit", t.tunnelLimit}, std::pair{"nextHops", t.nextHops},
-        std::pair{"nextHopLimit", t.nextHopLimit}, std::pair{"waiting", t.waiting}}) {
-    w.Key(key);
-    w.Uint64(value);
-  }
+  writeCounts(w, {{"initConfig", t.initConfig},
+                  {"initStatus", t.initStatus},
+                  {"cleanupConfig", t.cleanupConfig},
+                  {"cleanupStatus", t.cleanupStatus},
+                  {"tunnels", t.tunnels},
+                  {"tunnelLimit", t.tunnelLimit},
+                  {"nextHops", t.nextHops},
+                  {"nextHopLimit", t.nextHopLimit},
+                  {"waiting", t.waiting}});
   w.EndObject();
   w.Key("learnEvents");
   w.Uint64(s.learnEvent.genId);
 }
 
-template <class Writer>
-void writeVniMap(Writer& w, Snapshot::VniMap const& m) {
+void writeVniMap(JsonWriter& w, Snapshot::VniMap const& m) {
   w.Key("vniMap");
   w.StartObject();
-  for (auto const& [key, value] :
-       {std::pair{"config", m.config}, std::pair{"status", m.status}, std::pair{"full", m.full},
-        std::pair{"shadow", m.shadow}, std::pair{"updateList", m.updateList},
-        std::pair{"pendingRemove", m.pendingRemove}, std::pair{"chip", m.chip},
-        std::pair{"chipCapacity", m.chipCapacity}, std::pair{"recovered", m.recovered}}) {
-    w.Key(key);
-    w.Uint64(value);
-  }
+  writeCounts(w, {{"config", m.config},
+                  {"status", m.status},
+                  {"full", m.full},
+                  {"shadow", m.shadow},
+                  {"updateList", m.updateList},
+                  {"pendingRemove", m.pendingRemove},
+                  {"chip", m.chip},
+                  {"chipCapacity", m.chipCapacity},
+                  {"recovered", m.recovered}});
   w.Key("rows");
   w.StartArray();
   for (Snapshot::VniMap::Row const& r : m.rows) {
     w.StartObject();
     w.Key("vlan");
     w.Int(r.vlan);
-    for (auto const& [key, value] :
-         {std::pair{"vti", &r.vti}, std::pair{"config", &r.config}, std::pair{"status", &r.status},
-          std::pair{"shadow", &r.shadow}, std::pair{"queued", &r.queued}}) {
-      w.Key(key);
-      w.String(value->c_str());
-    }
+    writeTexts(
+        w,
+        {{"vti", &r.vti}, {"config", &r.config}, {"status", &r.status}, {"shadow", &r.shadow}, {"queued", &r.queued}});
     w.EndObject();
   }
   w.EndArray();
-  w.Key("unprogrammed");
+  writeStrings(w, "unprogrammed", m.unprogrammed);
+  w.EndObject();
+}
+
+template <class Value, class WriteValue>
+void writeNamed(JsonWriter& w, char const* key, std::vector<std::pair<std::string, Value>> const& named,
+                WriteValue writeValue) {
+  w.Key(key);
+  w.StartObject();
+  for (auto const& [name, value] : named) {
+    w.Key(name.c_str());
+    writeValue(value);
+  }
+  w.EndObject();
+}
+
+void writeBumVtepLists(JsonWriter& w, Snapshot const& s) {
+  w.Key("bumVtepList");
   w.StartArray();
-  for (std::string const& line : m.unprogrammed)
-    w.String(line.c_str());
+  for (auto const& list : s.bumVtepLists) {
+    w.StartObject();
+    writeTexts(w, {{"mac", &list.mac}});
+    w.Key("vlan");
+    w.Int(list.vlan);
+    writeTexts(w, {{"type", &list.type}});
+    writeStrings(w, "vteps", list.vteps);
+    w.EndObject();
+  }
   w.EndArray();
+}
+
+void writeSnapshot(JsonWriter& w, Snapshot const& s) {
+  w.StartObject();
+  writeTexts(w, {{"label", &s.label}});
+  w.Key("time");
+  w.Double(s.time);
+  writeNamed(w, "states", s.states, [&w](std::string const& state) { w.String(state.c_str()); });
+  writeStrings(w, "standIns", s.standIns);
+  w.Key("controllerClientMode");
+  w.Bool(s.controllerClientMode);
+  w.Key("datapathLearning");
+  w.Bool(s.datapathLearning);
+  writeStrings(w, "activatedVti", s.activatedVti);
+  writeTexts(w, {{"bumReplicationMode", &s.bumReplicationMode}});
+  w.Key("bumMcastGrp");
+  w.StartObject();
+  for (auto const& [vlan, group] : s.bumMcastGrp) {
+    w.Key(std::to_string(vlan).c_str());
+    w.String(group.c_str());
+  }
+  w.EndObject();
+  writeBumVtepLists(w, s);
+  if (s.vtepSubsystem) {
+    writeVteps(w, s);
+  }
+  if (s.vniSubsystem) {
+    writeVniMap(w, s.vniMap);
+  }
+  writeStrings(w, "vtiPrograms", s.vtiPrograms);
+  writeStrings(w, "logs", s.logs);
+  writeStrings(w, "verifyFailures", s.verifyFailures);
+  writeNamed(w, "bootStages", s.bootStages, [&w](bool ready) { w.Bool(ready); });
   w.EndObject();
 }
 
 std::string renderJson(std::string const& scenario, std::vector<Snapshot> const& snapshots) {
   rapidjson::StringBuffer buffer;
-  rapidjson::PrettyWriter<rapidjson::StringBuffer> w(buffer);
+  JsonWriter w(buffer);
   w.StartObject();
   w.Key("scenario");
   w.String(scenario.c_str());
   w.Key("snapshots");
   w.StartArray();
   for (Snapshot const& s : snapshots) {
-    w.StartObject();
-    w.Key("label");
-    w.String(s.label.c_str());
-    w.Key("time");
-    w.Double(s.time);
-    w.Key("states");
-    w.StartObject();
-    for (auto const& [machine, state] : s.states) {
-      w.Key(machine.c_str());
-      w.String(state.c_str());
-    }
-    w.EndObject();
-    w.Key("standIns");
-    w.StartArray();
-    for (std::string const& name : s.standIns)
-      w.String(name.c_str());
-    w.EndArray();
-    w.Key("controllerClientMode");
-    w.Bool(s.controllerClientMode);
-    w.Key("datapathLearning");
-    w.Bool(s.datapathLearning);
-    w.Key("activatedVti");
-    w.StartArray();
-    for (std::string const& vti : s.activatedVti)
-      w.String(vti.c_str());
-    w.EndArray();
-    w.Key("bumReplicationMode");
-    w.String(s.bumReplicationMode.c_str());
-    w.Key("bumMcastGrp");
-    w.StartObject();
-    for (auto const& [vlan, group] : s.bumMcastGrp) {
-      w.Key(std::to_string(vlan).c_str());
-      w.String(group.c_str());
-    }
-    w.EndObject();
-    w.Key("bumVtepList");
-    w.StartArray();
-    for (auto const& list : s.bumVtepLists) {
-      w.StartObject();
-      w.Key("mac");
-      w.String(list.mac.c_str());
-      w.Key("vlan");
-      w.Int(list.vlan);
-      w.Key("type");
-      w.String(list.type.c_str());
-      w.Key("vteps");
-      w.StartArray();
-      for (std::string const& vtep : list.vteps)
-        w.String(vtep.c_str());
-      w.EndArray();
-      w.EndObject();
-    }
-    w.EndArray();
-    if (s.vtepSubsystem) {
-      writeVteps(w, s);
-    }
-    if (s.vniSubsystem) {
-      writeVniMap(w, s.vniMap);
-    }
-    w.Key("vtiPrograms");
-    w.StartArray();
-    for (std::string const& line : s.vtiPrograms)
-      w.String(line.c_str());
-    w.EndArray();
-    w.Key("logs");
-    w.StartArray();
-    for (std::string const& line : s.logs)
-      w.String(line.c_str());
-    w.EndArray();
-    w.Key("verifyFailures");
-    w.StartArray();
-    for (std::string const& failure : s.verifyFailures)
-      w.String(failure.c_str());
-    w.EndArray();
-    w.Key("bootStages");
-    w.StartObject();
-    for (auto const& [stage, ready] : s.bootStages) {
-      w.Key(stage.c_str());
-      w.Bool(ready);
-    }
-    w.EndObject();
-    w.EndObject();
+    writeSnapshot(w, s);
   }
   w.EndArray();
   w.EndObject();

@@ -59,6 +59,25 @@ class ReactorRegistry {
   std::vector<ReactorHolder*> keyed_;
 };
 
+// The base of a state machine: an object whose reactors live and die with it.
+class ReactorOwner : public PtrInterface {
+ public:
+  // Zombies (or revives) every reactor: single ones in declaration order,
+  // then the members of keyed collections; then the owner itself.
+  virtual void rxnDoZombieReactors(bool zombie);
+  // Activates (or silences) the owner and, after it, every reactor.
+  void hasNotificationActiveIs(bool active) override;
+  // The last reference went: the reactors' removal hooks run before the
+  // destructor detaches them, while the owner's hooks are still there.
+  void zeroReferencesIs(bool zero) override;
+
+ protected:
+  ReactorRegistry& reactors() { return reactors_; }
+
+ private:
+  ReactorRegistry reactors_;
+};
+
 // A reactor of Owner watching W: `X const` for an input the owner only
 // reads, `X` for one it writes too.
 template <class Owner, class W>

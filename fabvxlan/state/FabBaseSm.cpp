@@ -16,33 +16,8 @@ namespace {
 
 }  // namespace
 
-void FabBaseSm::rxnDoZombieReactors(bool zombie) {
-  reactors_.zombieAll(zombie);
-  rxnMarkedForDeletionIs(zombie);
-}
-
 void FabBaseSm::fabAssert(Rxn::String error) const {
   fabAssertFailure(error);
-}
-
-void FabBaseSm::hasNotificationActiveIs(bool active) {
-  if (active == hasNotificationActive()) {
-    return;
-  }
-  Rxn::PtrInterface::hasNotificationActiveIs(active);
-  reactors_.activeAll(active);
-}
-
-void FabBaseSm::zeroReferencesIs(bool zero) {
-  if (!zero) {
-    return;
-  }
-  // Hooks may take and drop references of their own while they run.
-  referencesInc();
-  rxnDoZombieReactors(true);
-  if (referencesDecNoDelete() == 0) {
-    delete this;
-  }
 }
 
 void FabBaseHelper::fabAssert(Rxn::String error) const {

@@ -11,7 +11,7 @@
 
 namespace Fab {
 
-class FabBaseSm : public Rxn::PtrInterface {
+class FabBaseSm : public Rxn::ReactorOwner {
  public:
   explicit FabBaseSm(Rxn::Ptr<FabCommonSmData> const& acsd) : acsd_(acsd) {}
   char const* fwkType() const override { return "Fab::FabBaseSm"; }
@@ -22,23 +22,11 @@ class FabBaseSm : public Rxn::PtrInterface {
   // Called once by the platform agent, when the inputs are complete.
   virtual void handleInitialized() { initializedIs(true); }
   virtual void initializedIs(bool initialized) { initialized_ = initialized; }
-  // Zombies (or revives) every reactor: single ones in declaration order,
-  // then the members of keyed collections; then the machine itself.
-  virtual void rxnDoZombieReactors(bool zombie);
   void fabAssert(Rxn::String error) const;
-  // Activates (or silences) the machine and, after it, every reactor.
-  void hasNotificationActiveIs(bool active) override;
-  // The last reference went: the reactors' removal hooks run before the
-  // destructor detaches them.
-  void zeroReferencesIs(bool zero) override;
-
- protected:
-  Rxn::ReactorRegistry& reactors() { return reactors_; }
 
  private:
   Rxn::Ptr<FabCommonSmData> acsd_;
   bool initialized_ = false;
-  Rxn::ReactorRegistry reactors_;
 };
 
 // The base of the platform hook classes.

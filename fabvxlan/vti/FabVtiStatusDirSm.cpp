@@ -24,8 +24,8 @@ constexpr char const* kIgnoring = " Ignoring notification";
 
 VtiStatusDirSm::VtiStatusDirSm(Rxn::String name, Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir)
     : name_(std::move(name)),
-      vtiStatusDir_(reactors_, new RxnVtiStatusDir(vtiStatusDir, this)),
-      vtiStatus_(reactors_, "Fab::VXLAN::VtiStatusDirSm", "vtiStatus") {
+      vtiStatusDir_(reactors(), new RxnVtiStatusDir(vtiStatusDir, this)),
+      vtiStatus_(reactors(), "Fab::VXLAN::VtiStatusDirSm", "vtiStatus") {
   // The VTIs present now start here, where a subclass's hooks do not exist
   // yet: the platform hears them from handleInitialized().
   if (vtiStatusDir) {
@@ -56,37 +56,12 @@ VtiStatusDirSm::VtiStatusSm* VtiStatusDirSm::vtiStatusIs(Rxn::Ptr<Vxlan::VtiStat
   return vtiStatus_.is(this, vtiStatus);
 }
 
-void VtiStatusDirSm::rxnDoZombieReactors(bool zombie) {
-  reactors_.zombieAll(zombie);
-  rxnMarkedForDeletionIs(zombie);
-}
-
 void VtiStatusDirSm::vtiStatusDirDel() {
   vtiStatusDir_->notifierIs(nullptr);
 }
 
 void VtiStatusDirSm::vtiStatusDirIs(Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir) {
   vtiStatusDir_->notifierIs(vtiStatusDir);
-}
-
-void VtiStatusDirSm::hasNotificationActiveIs(bool active) {
-  if (active == hasNotificationActive()) {
-    return;
-  }
-  Rxn::PtrInterface::hasNotificationActiveIs(active);
-  reactors_.activeAll(active);
-}
-
-void VtiStatusDirSm::zeroReferencesIs(bool zero) {
-  if (!zero) {
-    return;
-  }
-  // The cleanup hooks may take and drop references of their own.
-  referencesInc();
-  rxnDoZombieReactors(true);
-  if (referencesDecNoDelete() == 0) {
-    delete this;
-  }
 }
 
 // --- The default hooks --------------------------------------------------------------

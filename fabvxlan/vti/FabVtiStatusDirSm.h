@@ -19,7 +19,7 @@
 
 namespace Fab::VXLAN {
 
-class VtiStatusDirSm : public Rxn::PtrInterface {
+class VtiStatusDirSm : public Rxn::ReactorOwner {
  public:
   // Keeps one VtiStatusSm per VTI of the directory.
   class RxnVtiStatusDir : public Rxn::Reactor<VtiStatusDirSm, Vxlan::VtiStatusDir const> {
@@ -135,9 +135,6 @@ class VtiStatusDirSm : public Rxn::PtrInterface {
   // none for the rest.
   virtual void vtiStatusNotify();
   virtual VtiStatusSm* vtiStatusIs(Rxn::Ptr<Vxlan::VtiStatus const> const& vtiStatus);
-  // Retires (or revives) the directory's reactor and every VTI machine; a
-  // retired VTI machine cleans its VTI up.
-  virtual void rxnDoZombieReactors(bool zombie);
   // Stops following the directory. The VTI machines stay as they are until a
   // directory is given again, which they are reconciled with.
   virtual void vtiStatusDirDel();
@@ -149,15 +146,8 @@ class VtiStatusDirSm : public Rxn::PtrInterface {
   VtiStatusSm* vtiStatus(Wire::IntfId const& intfId) const { return vtiStatus_(intfId); }
   std::size_t vtiStatuses() const { return vtiStatus_.size(); }
 
-  // Activates (or silences) the machine and, after it, every reactor.
-  void hasNotificationActiveIs(bool active) override;
-  // The last reference went: every VTI is cleaned up before the destructor,
-  // while the platform's hooks are still there to hear it.
-  void zeroReferencesIs(bool zero) override;
-
  private:
   Rxn::String name_;
-  Rxn::ReactorRegistry reactors_;
   Rxn::ReactorPtr<RxnVtiStatusDir> vtiStatusDir_;
   Rxn::ReactorCollection<Wire::IntfId, VtiStatusSm> vtiStatus_;
   bool initialized_ = false;
