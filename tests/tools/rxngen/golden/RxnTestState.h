@@ -121,7 +121,7 @@ class Display::NotifieeConst : public Rxn::Entity::NotifieeConst {
   virtual void onText() {}
 };
 
-inline void Display::textNotify() const {
+[[gnu::always_inline]] inline void Display::textNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onText(); });
 }
 inline Rxn::Ptr<Display> displayFactory(Rxn::Name const& name) { return new Display(name); }
@@ -319,49 +319,49 @@ class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
   virtual void onReadingByLevel() {}
 };
 
-inline void Sensor::modeNotify() const {
+[[gnu::always_inline]] inline void Sensor::modeNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onMode(); });
 }
-inline void Sensor::countNotify() const {
+[[gnu::always_inline]] inline void Sensor::countNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onCount(); });
 }
-inline void Sensor::levelNotify() const {
+[[gnu::always_inline]] inline void Sensor::levelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onLevel(); });
 }
-inline void Sensor::limitNotify(std::uint32_t const& key) const {
+[[gnu::always_inline]] inline void Sensor::limitNotify(std::uint32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onLimit(key); });
 }
-inline void Sensor::limitNotify() const {
+[[gnu::always_inline]] inline void Sensor::limitNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onLimitrxnImmediate(); });
 }
-inline void Sensor::readingNotify(std::uint32_t const& key) const {
+[[gnu::always_inline]] inline void Sensor::readingNotify(std::uint32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onReading(key); });
 }
-inline void Sensor::readingNotify() const {
+[[gnu::always_inline]] inline void Sensor::readingNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onReadingrxnImmediate(); });
 }
-inline void Sensor::tagNotify(Rxn::String const& key) const {
+[[gnu::always_inline]] inline void Sensor::tagNotify(Rxn::String const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onTag(key); });
 }
-inline void Sensor::tagNotify() const {
+[[gnu::always_inline]] inline void Sensor::tagNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onTagrxnImmediate(); });
 }
-inline void Sensor::peerNotify() const {
+[[gnu::always_inline]] inline void Sensor::peerNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onPeer(); });
 }
-inline void Sensor::calibratedNotify() const {
+[[gnu::always_inline]] inline void Sensor::calibratedNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onCalibrated(); });
 }
-inline void Sensor::calibrationNotify() const {
+[[gnu::always_inline]] inline void Sensor::calibrationNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onCalibration(); });
 }
-inline void Sensor::channelNotify() const {
+[[gnu::always_inline]] inline void Sensor::channelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onChannel(); });
 }
-inline void Sensor::readingByLevelNotify(std::int32_t const& key) const {
+[[gnu::always_inline]] inline void Sensor::readingByLevelNotify(std::int32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onReadingByLevel(key); });
 }
-inline void Sensor::readingByLevelNotify() const {
+[[gnu::always_inline]] inline void Sensor::readingByLevelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onReadingByLevelrxnImmediate(); });
 }
 inline Rxn::Ptr<Sensor> sensorFactory(std::uint32_t const& id) { return new Sensor(id); }
@@ -448,16 +448,16 @@ class Panel::NotifieeConst : public Rxn::Entity::NotifieeConst {
   virtual void onAlarms() {}
 };
 
-inline void Panel::sensorNotify(std::uint32_t const& key) const {
+[[gnu::always_inline]] inline void Panel::sensorNotify(std::uint32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onSensor(key); });
 }
-inline void Panel::sensorNotify() const {
+[[gnu::always_inline]] inline void Panel::sensorNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onSensorrxnImmediate(); });
 }
-inline void Panel::mainNotify() const {
+[[gnu::always_inline]] inline void Panel::mainNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onMain(); });
 }
-inline void Panel::alarmsNotify() const {
+[[gnu::always_inline]] inline void Panel::alarmsNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onAlarms(); });
 }
 inline Rxn::Ptr<Panel> panelFactory(Rxn::Name const& name) { return new Panel(name); }
@@ -493,7 +493,7 @@ class Device::NotifieeConst : public Rxn::Entity::NotifieeConst {
   virtual void onPower() {}
 };
 
-inline void Device::powerNotify() const {
+[[gnu::always_inline]] inline void Device::powerNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onPower(); });
 }
 inline Rxn::Ptr<Device> deviceFactory(Rxn::String const& hostname) { return new Device(hostname); }
@@ -530,7 +530,7 @@ class Router::NotifieeConst : public Device::NotifieeConst {
   virtual void onRoutes() {}
 };
 
-inline void Router::routesNotify() const {
+[[gnu::always_inline]] inline void Router::routesNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onRoutes(); });
 }
 inline Rxn::Ptr<Router> routerFactory(Rxn::String const& hostname) { return new Router(hostname); }
