@@ -134,15 +134,14 @@ bool VniSm::readyForCleanup() const {
   return ready;
 }
 
-// A cleanup is asked once: not while one is out, nor of a machine already clean.
+// Each request raises the counter; the platform's answer catches up with the
+// last one, so a request repeated before the answer costs nothing.
 void VniSm::maybeDoHwCleanup() {
-  Rxn::Ptr<FabVxlanInfo> const info = vxlanInfo();
-  if (info->state() != FabVxlanState::cleaning_) {
+  if (vxlanInfo()->state() != FabVxlanState::cleaning_) {
     RXN_TRACE(8, " Not triggering cleanup since vxlanInfo::state is not cleaning");
     return;
   }
-  bool const requestOut = config_->hwCleanup() != status()->hwCleanup();
-  if (info->vniSmState() == FabVxlanState::clean_ || requestOut || !readyForCleanup()) {
+  if (!readyForCleanup()) {
     return;
   }
   RXN_TRACE(7, " Triggering hardware cleanup");
@@ -277,11 +276,9 @@ void VniSm::RxnVlanConfig::handleVlanUpdate() {
   }
 }
 
-// The VLAN left the bridging configuration. The machine going away keeps
-// the hardware as it is.
+// The VLAN left the bridging configuration, or the machine goes away.
 void VniSm::RxnVlanConfig::cleanup() {
-  VniSm* const sm = owner();
-  if (!sm->initialized() || sm->bridgingConfig()->vlanConfig(fwkKey()) == notifier()) {
+  if (!owner()->initialized()) {
     return;
   }
   handleVlanUpdate();

@@ -74,5 +74,38 @@ TEST_F(VniDeathTest, VerificationFindsARowThePlatformDroppedBehindTheMachinesBac
       literal("!!updateList( vlanId ) && !dirtyVlan( vlanId )"));
 }
 
+class SmallTableDeathTest : public VniFixture {
+ protected:
+  SmallTableDeathTest() : VniFixture(platformWith(0.1, false, 2)) {}
+};
+
+TEST_F(SmallTableDeathTest, VerificationFindsAMarkOrAShadowRowGoneMissing) {
+  vlansActive(10, 12);
+  maps(10, 10010);
+  maps(11, 10011);
+  vtiUp(kVxlan1);
+  platform().settle();
+  maps(12, 10012);
+  platform().settle();
+  ASSERT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
+  Fab::VerifyData& verify = *platform().acsd()->verifyData();
+  // All in step: verification passes.
+  verify.verifyIs(verify.verify() + 1);
+
+  EXPECT_DEATH(
+      {
+        platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1)->pendingVlanToVniMapDel(Bridging::VlanId(12));
+        verify.verifyIs(verify.verify() + 1);
+      },
+      literal("!vxlanHwStatus || vxlanHwStatus->pendingVlanToVniMap( vlanId ) == configVni"));
+  EXPECT_DEATH(
+      {
+        platform().vniInfo()->vlanVniMapShadow(kVxlan1)->vlanVniMapDel(Bridging::VlanId(10));
+        verify.verifyIs(verify.verify() + 1);
+      },
+      literal("( vlanVniMapShadow && !!vlanVniMapShadow->vlanVniMap( vlanId ) && "
+              "vlanVniMapShadow->vlanVniMap( vlanId ).vni() == configVni"));
+}
+
 }  // namespace
 }  // namespace FabTest

@@ -93,6 +93,35 @@ TEST_F(VniLifecycleTest, ARestartConfirmsTheRecoveredMappingsThatComeBackAndDrop
   EXPECT_EQ(platform().vniTable().mappings.count(Bridging::VlanId(12)), 0U);
 }
 
+TEST_F(VniLifecycleTest, ARecoveredMappingThatDisagreesIsDroppedAsSoonAsItsVlanIsSent) {
+  vlansActive(10, 12);
+  maps(10, 10010);
+  maps(11, 10011);
+  vtiUp(kVxlan1);
+  platform().settle();
+
+  platform().agentDown();
+  maps(11, 20011);
+  platform().agentUp();
+  while (vniState() != FabVxlanState::initialized_) {
+    platform().runFor(0.01);
+  }
+  holdVniAnswers(true);
+  platform().runFor(1);
+  // Sent, not yet answered: VLAN 11's recovered mapping no longer vouches for
+  // anything, VLAN 10's still does, and the stage waits for the answers.
+  Fab::VXLAN::VxlanBootStatus& boot = *platform().vxlanBootStatus();
+  EXPECT_FALSE(!!boot.recoveredVlanToVniMap(Bridging::VlanId(11)));
+  EXPECT_TRUE(!!boot.recoveredVlanToVniMap(Bridging::VlanId(10)));
+  EXPECT_FALSE(boot.stageVlanVniMappingReady());
+
+  holdVniAnswers(false);
+  platform().settle();
+  EXPECT_TRUE(boot.stageVlanVniMappingReady());
+  EXPECT_TRUE(!!boot.recoveredVlanToVniMap(Bridging::VlanId(10)));
+  EXPECT_EQ(shadowVni(11), 20011U);
+}
+
 TEST_F(VniLifecycleTest, WithNoVtiTheMappingStageIsReadyAtOnce) {
   platform().restartHitlessly();
   EXPECT_TRUE(platform().vxlanBootStatus()->stageVlanVniMappingReady());

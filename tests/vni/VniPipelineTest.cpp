@@ -156,13 +156,76 @@ TEST_F(SmallTableTest, AFullTableLeavesTheRowUnprogrammedVisiblyAndLogsOnce) {
   maps(10, 0);
   platform().settle();
   EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
+  // The unprogrammed mark goes with its row.
   maps(12, 0);
   platform().settle();
+  EXPECT_FALSE(!!configRow(12));
+  EXPECT_FALSE(!!hw.pendingVlanToVniMap(Bridging::VlanId(12)));
   maps(12, 10012);
   platform().settle();
   EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::success_);
   EXPECT_EQ(shadowVni(12), 10012U);
   EXPECT_FALSE(!!hw.pendingVlanToVniMap(Bridging::VlanId(12)));
+}
+
+TEST_F(SmallTableTest, AnUnprogrammedMarkDoesNotOutliveARestartThatDropsItsMapping) {
+  vlansActive(10, 12);
+  maps(10, 10010);
+  maps(11, 10011);
+  vtiUp(kVxlan1);
+  platform().settle();
+  maps(12, 10012);
+  platform().settle();
+  Vxlan::VxlanHwStatus const& hw = *platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1);
+  ASSERT_EQ(hw.pendingVlanToVniMap(Bridging::VlanId(12)).value(), 10012U);
+
+  platform().agentDown();
+  maps(12, 0);
+  platform().agentUp();
+  platform().settle();
+  EXPECT_FALSE(!!hw.pendingVlanToVniMap(Bridging::VlanId(12)));
+  EXPECT_EQ(shadowVni(10), 10010U);
+  EXPECT_EQ(shadowVni(11), 10011U);
+}
+
+TEST_F(VniPipelineTest, AVtiGoingDownTakesOnlyItsOwnMappings) {
+  vlansActive(10, 20);
+  maps(10, 10010, kVxlan1);
+  maps(20, 10020, kVxlan2);
+  vtiUp(kVxlan1);
+  platform().settle();
+  vtiUp(kVxlan2);
+  platform().settle();
+  ASSERT_EQ(shadowVni(10, kVxlan1), 10010U);
+  ASSERT_EQ(shadowVni(20, kVxlan2), 10020U);
+
+  vtiUp(kVxlan2, false);
+  platform().settle();
+  EXPECT_EQ(shadowVni(20, kVxlan2), 0U);
+  EXPECT_FALSE(!!configRow(20));
+  EXPECT_EQ(shadowVni(10, kVxlan1), 10010U);
+  EXPECT_EQ(configRow(10).vni().value(), 10010U);
+}
+
+TEST_F(VniPipelineTest, AVniTakenOverBeforeItsAnswerIsStillRemovedAtTheStop) {
+  vlansActive(10, 12);
+  vtiUp(kVxlan1);
+  platform().settle();
+  holdVniAnswers(true);
+  maps(10, 10010);
+  platform().runUntilIdle();
+  ASSERT_TRUE(!!configRow(10));
+  // VLAN 11 takes the VNI while VLAN 10's add is unanswered.
+  maps(11, 10010);
+  platform().runUntilIdle();
+  vtiUp(kVxlan1, false);
+  platform().runUntilIdle();
+
+  holdVniAnswers(false);
+  platform().settle();
+  EXPECT_EQ(vniConfig().configEntrys(), 0U);
+  EXPECT_EQ(platform().vniTable().mappings.size(), 0U);
+  EXPECT_EQ(info().vniSmState(), Fab::VXLAN::FabVxlanState::clean_);
 }
 
 }  // namespace
