@@ -827,23 +827,24 @@ def emit_notifiee(h, decl):
     h()
 
 
-# Notify members are forced inline into their mutators: a change with one
-# reactor then costs one call, the handler's, and no call into the notifier.
-NOTIFY = "[[gnu::always_inline]] inline void"
+# A scalar's notify member is forced inline into its mutator: a change with
+# one reactor then costs one call, the handler's. A keyed one is left to the
+# compiler, since inlining it beside the hash map's own work made it slower.
+SCALAR_NOTIFY = "[[gnu::always_inline]] inline void"
 
 
 def emit_notify(h, decl, m):
     n, x, X = decl.name, m.name, cap(m.name)
     visit = "rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, "
     if m.kind in ("scalar", "child"):
-        h(f"{NOTIFY} {n}::{x}Notify() const {{")
+        h(f"{SCALAR_NOTIFY} {n}::{x}Notify() const {{")
         h(f"  {visit}[](NotifieeConst* n) {{ n->on{X}(); }});")
         h("}")
         return
-    h(f"{NOTIFY} {n}::{x}Notify({cpp_type(m.key)} const& key) const {{")
+    h(f"inline void {n}::{x}Notify({cpp_type(m.key)} const& key) const {{")
     h(f"  {visit}[&key](NotifieeConst* n) {{ n->on{X}(key); }});")
     h("}")
-    h(f"{NOTIFY} {n}::{x}Notify() const {{")
+    h(f"inline void {n}::{x}Notify() const {{")
     h(f"  {visit}[](NotifieeConst* n) {{ n->on{X}rxnImmediate(); }});")
     h("}")
 

@@ -328,22 +328,22 @@ class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
 [[gnu::always_inline]] inline void Sensor::levelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onLevel(); });
 }
-[[gnu::always_inline]] inline void Sensor::limitNotify(std::uint32_t const& key) const {
+inline void Sensor::limitNotify(std::uint32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onLimit(key); });
 }
-[[gnu::always_inline]] inline void Sensor::limitNotify() const {
+inline void Sensor::limitNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onLimitrxnImmediate(); });
 }
-[[gnu::always_inline]] inline void Sensor::readingNotify(std::uint32_t const& key) const {
+inline void Sensor::readingNotify(std::uint32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onReading(key); });
 }
-[[gnu::always_inline]] inline void Sensor::readingNotify() const {
+inline void Sensor::readingNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onReadingrxnImmediate(); });
 }
-[[gnu::always_inline]] inline void Sensor::tagNotify(Rxn::String const& key) const {
+inline void Sensor::tagNotify(Rxn::String const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onTag(key); });
 }
-[[gnu::always_inline]] inline void Sensor::tagNotify() const {
+inline void Sensor::tagNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onTagrxnImmediate(); });
 }
 [[gnu::always_inline]] inline void Sensor::peerNotify() const {
@@ -358,10 +358,10 @@ class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
 [[gnu::always_inline]] inline void Sensor::channelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onChannel(); });
 }
-[[gnu::always_inline]] inline void Sensor::readingByLevelNotify(std::int32_t const& key) const {
+inline void Sensor::readingByLevelNotify(std::int32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onReadingByLevel(key); });
 }
-[[gnu::always_inline]] inline void Sensor::readingByLevelNotify() const {
+inline void Sensor::readingByLevelNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onReadingByLevelrxnImmediate(); });
 }
 inline Rxn::Ptr<Sensor> sensorFactory(std::uint32_t const& id) { return new Sensor(id); }
@@ -448,10 +448,10 @@ class Panel::NotifieeConst : public Rxn::Entity::NotifieeConst {
   virtual void onAlarms() {}
 };
 
-[[gnu::always_inline]] inline void Panel::sensorNotify(std::uint32_t const& key) const {
+inline void Panel::sensorNotify(std::uint32_t const& key) const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&key](NotifieeConst* n) { n->onSensor(key); });
 }
-[[gnu::always_inline]] inline void Panel::sensorNotify() const {
+inline void Panel::sensorNotify() const {
   rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [](NotifieeConst* n) { n->onSensorrxnImmediate(); });
 }
 [[gnu::always_inline]] inline void Panel::mainNotify() const {
