@@ -74,19 +74,10 @@ TEST_F(VniDeathTest, VerificationFindsARowThePlatformDroppedBehindTheMachinesBac
       literal("!!updateList( vlanId ) && !dirtyVlan( vlanId )"));
 }
 
-class SmallTableDeathTest : public VniFixture {
- protected:
-  SmallTableDeathTest() : VniFixture(platformWith(0.1, false, 2)) {}
-};
+using SmallTableDeathTest = SmallTableFixture;
 
 TEST_F(SmallTableDeathTest, VerificationFindsAMarkOrAShadowRowGoneMissing) {
-  vlansActive(10, 12);
-  maps(10, 10010);
-  maps(11, 10011);
-  vtiUp(kVxlan1);
-  platform().settle();
-  maps(12, 10012);
-  platform().settle();
+  tableFilledThenVlan12();
   ASSERT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
   Fab::VerifyData& verify = *platform().acsd()->verifyData();
   // All in step: verification passes.

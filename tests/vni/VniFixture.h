@@ -52,4 +52,21 @@ class VniFixture : public SimFixture {
   }
 };
 
+// A chip whose table holds two mappings.
+class SmallTableFixture : public VniFixture {
+ protected:
+  SmallTableFixture() : VniFixture(platformWith(0.1, false, 2)) {}
+  // VLANs 10 and 11 fill the table; VLAN 12 comes after and is answered full.
+  void tableFilledThenVlan12() {
+    vlansActive(10, 12);
+    maps(10, 10010);
+    maps(11, 10011);
+    vtiUp(kVxlan1);
+    platform().settle();
+    maps(12, 10012);
+    platform().settle();
+  }
+  Vxlan::VxlanHwStatus const& hwStatus() { return *platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1); }
+};
+
 }  // namespace FabTest

@@ -127,25 +127,16 @@ TEST_F(VniPipelineTest, OnlyAnActiveVlanKeepsItsMapping) {
   EXPECT_EQ(shadowVni(11), 10011U);
 }
 
-class SmallTableTest : public VniFixture {
- protected:
-  SmallTableTest() : VniFixture(platformWith(0.1, false, 2)) {}
-};
+using SmallTableTest = SmallTableFixture;
 
 TEST_F(SmallTableTest, AFullTableLeavesTheRowUnprogrammedVisiblyAndLogsOnce) {
-  vlansActive(10, 12);
-  maps(10, 10010);
-  maps(11, 10011);
-  vtiUp(kVxlan1);
-  platform().settle();
-  maps(12, 10012);
-  platform().settle();
+  tableFilledThenVlan12();
 
   EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
   EXPECT_TRUE(!!configRow(12));
   EXPECT_FALSE(!!queued(12));
   EXPECT_EQ(shadowVni(12), 0U);
-  Vxlan::VxlanHwStatus const& hw = *platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1);
+  Vxlan::VxlanHwStatus const& hw = hwStatus();
   EXPECT_EQ(hw.pendingVlanToVniMap(Bridging::VlanId(12)).value(), 10012U);
   ASSERT_EQ(platform().logs().size(), 1U);
   EXPECT_EQ(platform().logs()[0],
@@ -169,14 +160,8 @@ TEST_F(SmallTableTest, AFullTableLeavesTheRowUnprogrammedVisiblyAndLogsOnce) {
 }
 
 TEST_F(SmallTableTest, AnUnprogrammedMarkDoesNotOutliveARestartThatDropsItsMapping) {
-  vlansActive(10, 12);
-  maps(10, 10010);
-  maps(11, 10011);
-  vtiUp(kVxlan1);
-  platform().settle();
-  maps(12, 10012);
-  platform().settle();
-  Vxlan::VxlanHwStatus const& hw = *platform().vxlanHwStatusDir()->vxlanHwStatus(kVxlan1);
+  tableFilledThenVlan12();
+  Vxlan::VxlanHwStatus const& hw = hwStatus();
   ASSERT_EQ(hw.pendingVlanToVniMap(Bridging::VlanId(12)).value(), 10012U);
 
   platform().agentDown();
