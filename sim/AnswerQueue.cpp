@@ -1,6 +1,8 @@
 #include "sim/AnswerQueue.h"
 
+#include <algorithm>
 #include <limits>
+#include <vector>
 
 namespace Sim {
 
@@ -33,12 +35,23 @@ void AnswerQueue::arm() {
   clock_->timeMinIs(due > Rxn::System::currentTime() ? due : 0.0);
 }
 
+void AnswerQueue::clear() {
+  pending_.clear();
+  arm();
+}
+
 void AnswerQueue::answerDue() {
   double const now = Rxn::System::currentTime();
-  // An answer may ask for more; those wait for a turn of their own.
-  for (std::size_t asked = pending_.size(); asked > 0 && !held_ && pending_.front().due <= now; --asked) {
-    std::function<void()> const answer = std::move(pending_.front().answer);
+  std::vector<std::function<void()>> due;
+  while (!held_ && !pending_.empty() && pending_.front().due <= now) {
+    due.push_back(std::move(pending_.front().answer));
     pending_.pop_front();
+  }
+  if (newestFirst_) {
+    std::reverse(due.begin(), due.end());
+  }
+  // An answer may ask for more; those wait for a turn of their own.
+  for (std::function<void()> const& answer : due) {
     answer();
   }
   arm();

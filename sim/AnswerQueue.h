@@ -24,7 +24,11 @@ class AnswerQueue {
   void delayIs(double delay) { delay_ = delay; }
   void heldIs(bool held);
   bool held() const { return held_; }
+  // Answers that are due in the same turn come newest first.
+  void newestFirstIs(bool newestFirst) { newestFirst_ = newestFirst; }
   std::size_t pending() const { return pending_.size(); }
+  // Forgets every answer not yet given, as a platform that restarts.
+  void clear();
 
  private:
   class RxnClock : public Rxn::Reactor<AnswerQueue, Rxn::Clock const> {
@@ -45,6 +49,7 @@ class AnswerQueue {
 
   double delay_;
   bool held_ = false;
+  bool newestFirst_ = false;
   std::deque<Pending> pending_;
   Rxn::Ptr<RxnClock> clock_;
 };

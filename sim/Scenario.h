@@ -16,6 +16,7 @@
 //     { "at": 4, "bridging": { "vlan": 10, "adminState": "active" } },
 //     { "at": 5, "restart": "hitless" },
 //     { "at": 7, "agent": "down" }, ..., { "at": 8, "agent": "up" },
+//     { "at": 9, "settle": true },
 //     { "at": 6, "vti": { "name": "Vxlan1", "delete": true }, "show": "after the VTI left" }
 //   ]
 // }
@@ -47,6 +48,8 @@ struct Step {
   std::function<void(Platform&)> action;
   bool show = false;
   std::string label;
+  // The step waits until the platform is quiet.
+  bool settles = false;
 };
 
 struct Scenario {
@@ -54,12 +57,17 @@ struct Scenario {
   std::string description;
   PlatformConfig platform;
   std::vector<std::pair<std::string, bool>> toggles;
+  // Whether the whole stack is checked after every step (see StackCheck.h).
+  bool checks = false;
   std::vector<Step> steps;
 };
 
 // Parses and checks a scenario; `name` (a file name) goes into error texts.
 Scenario parseScenario(std::string const& jsonText, std::string const& name);
 Scenario loadScenario(std::string const& path);
+// Reads one step as a scenario holds it, for a driver that makes its steps
+// as it goes; `previousAt` is the time of the step before.
+Step parseStep(std::string const& stepJson, PlatformConfig const& platform, double previousAt);
 // The scenario built into the simulator, from examples/default.json.
 Scenario defaultScenario();
 

@@ -122,16 +122,33 @@ class StageStandIn : public Rxn::PtrInterface {
   AnswerQueue answers_;
 };
 
-Platform::Platform(PlatformConfig const& config) : config_(config), tunnelAnswers_(config.answerDelay) {
+Platform::Platform(PlatformConfig const& config)
+    : config_(config),
+      vtepHookAnswers_{config.answerDelay},
+      vniHookAnswers_{config.answerDelay},
+      tunnelLayerAnswers_{config.answerDelay},
+      tunnelAnswers_(config.answerDelay) {
   acsd_ = Fab::fabCommonSmDataFactory("acsd");
   verifyHarness_ = new Fab::VerifyHarness(acsd_->verifyDataIs("verifyData"));
-  vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
   vtiStatusDir_ = Vxlan::vtiStatusDirFactory("vtiStatusDir");
   l2RibFloodSet_ = L2Rib::floodSetOutputFactory("l2RibFloodSet");
+  bridgingConfig_ = Bridging::configFactory("bridgingConfig");
+  createOwnEntities();
+  vniTable_.capacity = config_.vniTableSize;
+  vniTable_.programCost = config_.realTime ? 0.0 : config_.vniProgramCost;
+  Rxn::logSinkIs(
+      [this](Rxn::LogHandle const& handle, Rxn::String const& text) { logs_.push_back(Rxn::logLine(handle, text)); });
+  Fab::VXLAN::learnSocketOpenerIs([this] { return learnWire_.open(); });
+  start();
+}
+
+// The entities that the agent and its platform own: a cold start makes them
+// anew, with the tunnel layer that answers them.
+void Platform::createOwnEntities() {
+  vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
   vxlanHwStatusDir_ = Vxlan::vxlanHwStatusDirFactory("vxlanHwStatusDir");
   bumStatus_ = vxlanHwStatusDir_->bumStatusIs("bumStatus");
   vxlanBootStatus_ = Fab::VXLAN::vxlanBootStatusFactory("vxlanBootStatus");
-  bridgingConfig_ = Bridging::configFactory("bridgingConfig");
   vtepConfigDir_ = Fab::VXLAN::vtepConfigDirFactory("vtepConfigDir");
   vtepStatusDir_ = Fab::VXLAN::vtepStatusDirFactory("vtepStatusDir");
   vtepEvent_ = Fab::VXLAN::vtepEventFactory("vtepEvent");
@@ -139,13 +156,7 @@ Platform::Platform(PlatformConfig const& config) : config_(config), tunnelAnswer
   tunnelStatus_ = Fab::fabTunnelStatusFactory("tunnelStatus");
   swTunnelGroupIdManager_ = Fab::swTunnelGroupIdManagerFactory("swTunnelGroupIdManager");
   vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
-  vniTable_.capacity = config_.vniTableSize;
-  vniTable_.programCost = config_.realTime ? 0.0 : config_.vniProgramCost;
-  Rxn::logSinkIs(
-      [this](Rxn::LogHandle const& handle, Rxn::String const& text) { logs_.push_back(Rxn::logLine(handle, text)); });
   tunnelLayer_ = new SimTunnelLayer(tunnelConfig_, tunnelStatus_, config_.tunnelLayer, tunnelAnswers_);
-  Fab::VXLAN::learnSocketOpenerIs([this] { return learnWire_.open(); });
-  start();
 }
 
 Platform::~Platform() {
@@ -167,8 +178,8 @@ void Platform::start() {
 // The hooks belong to the agent: a restarted agent makes them anew, over the
 // chip that kept its state.
 void Platform::buildHooks() {
-  helperAnswerQueue_ = std::make_unique<AnswerQueue>(config_.answerDelay);
-  helperAnswerQueue_->heldIs(tunnelAnswers_.held());
+  helperAnswerQueue_ = std::make_unique<AnswerQueue>(vtepHookAnswers_.delay);
+  helperAnswerQueue_->heldIs(vtepHookAnswers_.held);
   fabHelperVtep_ = new SimFabHelperVtep(vtepHardware_, acsd_->verifyData(), config_.maxRemoteVteps);
   fabHelperVtep_->useUniqGenIdIs(config_.useUniqGenId);
   helperAnswers_ = new VtepHelperAnswers(fabHelperVtep_, *helperAnswerQueue_);
@@ -176,8 +187,9 @@ void Platform::buildHooks() {
   fabHelperVni_ = new SimFabHelperVni(vniTable_, acsd_->verifyData());
   fabHelperVni_->handleInitialized();
   if (!config_.vniSynchronous) {
-    vniAnswerQueue_ = std::make_unique<AnswerQueue>(config_.answerDelay);
-    vniAnswerQueue_->heldIs(helperAnswerQueue_->held());
+    vniAnswerQueue_ = std::make_unique<AnswerQueue>(vniHookAnswers_.delay);
+    vniAnswerQueue_->heldIs(vniHookAnswers_.held);
+    vniAnswerQueue_->newestFirstIs(vniHookAnswers_.newestFirst);
   }
   vniHelperSm_ =
       new SimFabHelperVniSm(fabHelperVni_->config(), fabHelperVni_->status(), vniTable_, vniAnswerQueue_.get());
@@ -256,28 +268,56 @@ void Platform::agentDown(Shutdown how) {
   tunnelLayer_->helperIs(nullptr);
 }
 
-void Platform::agentUp() {
+void Platform::agentUp(OwnState own) {
   if (agentRunning()) {
     return;
   }
-  RXN_TRACE(1, "the agent comes back after a hitless restart");
-  // The restarted agent's own state starts at rest, but for what the remote
-  // MAC machine republishes; the stages of the restart start over.
-  vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
-  Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
-  vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
-  for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
-    vniInfo_->activeVxlanVlanIs(vlanId, true);
+  RXN_TRACE(1, "the agent comes back after a hitless restart"
+                   << (own == OwnState::kept ? ", with its state as it was" : ""));
+  if (own == OwnState::rested) {
+    // The restarted agent's own state starts at rest, but for what the
+    // remote MAC machine republishes.
+    vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
+    Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
+    vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
+    for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
+      vniInfo_->activeVxlanVlanIs(vlanId, true);
+    }
   }
   Rxn::logRateLimitReset();
   publishRecoveredVlanToVniMap();
-  vxlanBootStatus_->vxlanHitlessRestartSupportedIs(config_.hitlessRestartSupported);
+  republishBootStatus(config_.hitlessRestartSupported);
+  ++restarts_;
+  start();
+}
+
+void Platform::restartCold() {
+  RXN_TRACE(1, "the agent and the platform restart cold");
+  agentDown();
+  tunnelAnswers_.clear();
+  resetHardware();
+  createOwnEntities();
+  Rxn::logRateLimitReset();
+  republishBootStatus(false);
+  ++restarts_;
+  start();
+}
+
+// The stages of a restart start over.
+void Platform::republishBootStatus(bool hitless) {
+  vxlanBootStatus_->vxlanHitlessRestartSupportedIs(hitless);
   vxlanBootStatus_->stageBumVtepListReadyIs(false);
   vxlanBootStatus_->stageVlanVniMappingReadyIs(false);
   vxlanBootStatus_->stageRemoteMacsReadyIs(false);
   vxlanBootStatus_->stageReevaluateRmacsDoneIs(false);
-  ++restarts_;
-  start();
+}
+
+void Platform::resetHardware() {
+  vtepHardware_ = VtepHardware();
+  vniTable_.mappings.clear();
+  vniTable_.flushing.clear();
+  vniTable_.initialized = false;
+  vtiHardware_.vti.clear();
 }
 
 void Platform::publishRecoveredVlanToVniMap() {
@@ -291,19 +331,46 @@ void Platform::settle() {
   activity_.run();
 }
 
-void Platform::answersAre(double delay, bool held, Answerer answerer) {
+void Platform::answersAre(Answers const& answers, Answerer answerer) {
   if (answerer == Answerer::all) {
-    config_.answerDelay = delay;
+    config_.answerDelay = answers.delay;
   }
-  bool const hooks = answerer != Answerer::tunnelLayer;
-  AnswerQueue* const vtepHook = hooks ? helperAnswerQueue_.get() : nullptr;
-  AnswerQueue* const vniHook = hooks ? vniAnswerQueue_.get() : nullptr;
-  AnswerQueue* const tunnels = answerer != Answerer::hook ? &tunnelAnswers_ : nullptr;
-  for (AnswerQueue* queue : {vtepHook, vniHook, tunnels}) {
+  bool const all = answerer == Answerer::all;
+  bool const hooks = all || answerer == Answerer::hook;
+  if (hooks || answerer == Answerer::vtepHook) vtepHookAnswers_ = answers;
+  if (hooks || answerer == Answerer::vniHook) vniHookAnswers_ = answers;
+  if (all || answerer == Answerer::tunnelLayer) tunnelLayerAnswers_ = answers;
+  auto apply = [](AnswerQueue* queue, Answers const& settings) {
     if (queue != nullptr) {
-      queue->delayIs(delay);
-      queue->heldIs(held);
+      queue->delayIs(settings.delay);
+      queue->heldIs(settings.held);
+      queue->newestFirstIs(settings.newestFirst);
     }
+  };
+  apply(helperAnswerQueue_.get(), vtepHookAnswers_);
+  apply(vniAnswerQueue_.get(), vniHookAnswers_);
+  apply(&tunnelAnswers_, tunnelLayerAnswers_);
+}
+
+Platform::Answers const& Platform::answers(Answerer answerer) const {
+  switch (answerer) {
+    case Answerer::vniHook:
+      return vniHookAnswers_;
+    case Answerer::tunnelLayer:
+      return tunnelLayerAnswers_;
+    default:
+      return vtepHookAnswers_;
+  }
+}
+
+AnswerQueue const* Platform::answerQueue(Answerer answerer) const {
+  switch (answerer) {
+    case Answerer::vniHook:
+      return vniAnswerQueue_.get();
+    case Answerer::tunnelLayer:
+      return &tunnelAnswers_;
+    default:
+      return helperAnswerQueue_.get();
   }
 }
 

@@ -45,6 +45,10 @@ struct PlatformConfig {
 
 // How the agent goes down: to come back hitlessly, or for good.
 enum class Shutdown { forRestart, forGood };
+// What a restarted agent finds of its own entities (FabVxlanInfo, FabVniInfo):
+// published anew at rest, or kept as they were, as a persistent store keeps
+// them.
+enum class OwnState { rested, kept };
 
 class SubStateStandIn;
 class VniTableSweeper;
@@ -65,28 +69,41 @@ class Platform {
   void start();
   // A hitless restart of the agent: the machines go away with cleanup
   // disabled and are built again over the surviving entities.
-  void restartHitlessly() {
+  void restartHitlessly(OwnState own = OwnState::rested) {
     agentDown();
-    agentUp();
+    agentUp(own);
   }
   // The two halves of a hitless restart, for a scenario that changes the
-  // world while the agent is away. The restarted agent publishes a rested
-  // FabVxlanInfo and makes its hooks anew: the feature and every sub-machine
-  // start from clean_, and find the kept hardware again through the
-  // handshakes.
+  // world while the agent is away. The restarted agent makes its hooks anew.
+  // With its own state rested, the feature and every sub-machine start from
+  // clean_ and find the kept hardware again through the handshakes; with its
+  // state kept, they start where the earlier life stopped.
   void agentDown(Shutdown how = Shutdown::forRestart);
-  void agentUp();
+  void agentUp(OwnState own = OwnState::rested);
+  // The agent and the platform start again from nothing, as after a reload:
+  // the chips are reset and every entity of the agent is new. The world
+  // around it (VTIs, bridging, L2Rib) stays.
+  void restartCold();
   bool agentRunning() const { return !!central_; }
 
   void runUntilIdle() { activity_.runUntilIdle(); }
   void runFor(double seconds) { activity_.runFor(seconds); }
   // Runs until no timer is armed: every pending answer has come.
   void settle();
-  // The platform's answers from now on, of the hooks (VTEP and VNI), of the
-  // tunnel layer or of all: their delay, and whether they are held back until
-  // released.
-  enum class Answerer { all, hook, tunnelLayer };
-  void answersAre(double delay, bool held, Answerer answerer = Answerer::all);
+  // The platform's answers from now on, of the hooks (VTEP and VNI, or one
+  // of them), of the tunnel layer or of all: their delay, whether they are
+  // held back until released, and whether those that are due together come
+  // newest first.
+  enum class Answerer { all, hook, vtepHook, vniHook, tunnelLayer };
+  struct Answers {
+    double delay = 0.0;
+    bool held = false;
+    bool newestFirst = false;
+  };
+  void answersAre(Answers const& answers, Answerer answerer = Answerer::all);
+  // Each answerer's settings and queue, for checks that wait for answers.
+  Answers const& answers(Answerer answerer) const;
+  AnswerQueue const* answerQueue(Answerer answerer) const;
 
   // The VTI of this name, made if it does not exist.
   Rxn::Ptr<Vxlan::VtiStatus> vti(Wire::IntfId const& intfId);
@@ -151,6 +168,10 @@ class Platform {
   void startMachines();
   // What the chip kept of the map, for the restarted agent to recover.
   void publishRecoveredVlanToVniMap();
+  // The agent's own entities, new; the boot status of a restarted agent.
+  void createOwnEntities();
+  void republishBootStatus(bool hitless);
+  void resetHardware();
 
   PlatformConfig config_;
   Rxn::Activity activity_{config_.realTime ? Rxn::Activity::TimeMode::real : Rxn::Activity::TimeMode::simulated};
@@ -171,6 +192,9 @@ class Platform {
   Rxn::Ptr<Fab::VXLAN::FabVniInfo> vniInfo_;
   Rxn::Ptr<Fab::VerifyHarness> verifyHarness_;
   std::vector<std::string> logs_;
+  Answers vtepHookAnswers_;
+  Answers vniHookAnswers_;
+  Answers tunnelLayerAnswers_;
 
   // The chip and the tunnel layer outlive the agent; the hooks do not.
   VtepHardware vtepHardware_;

@@ -264,6 +264,14 @@ bool SimTunnelLayer::switchNextHop(Wire::IpAddr const& vtep) {
   return moved;
 }
 
+std::set<Fab::TunnelKey> SimTunnelLayer::tunnelKeys() const {
+  std::set<Fab::TunnelKey> keys;
+  for (auto const& [key, tunnel] : tunnels_) {
+    keys.insert(key);
+  }
+  return keys;
+}
+
 void SimTunnelLayer::retire(std::uint32_t nhId) {
   currentNextHop_.erase(nhId);
   retired_.insert(nhId);

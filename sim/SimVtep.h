@@ -109,6 +109,13 @@ class SimTunnelLayer : public Rxn::PtrInterface {
   bool switchNextHop(Wire::IpAddr const& vtep);
 
   std::size_t tunnelsInUse() const { return limits_.tunnels - freeTunnelIds_.size(); }
+  bool tunnelIdFree(std::uint32_t id) const { return freeTunnelIds_.count(id) != 0; }
+  bool nextHopIdFree(std::uint32_t id) const { return freeNextHopIds_.count(id) != 0; }
+  // The tunnels that stand, by key.
+  std::set<Fab::TunnelKey> tunnelKeys() const;
+  // Next hop ids that tunnels had and that something else still holds.
+  std::set<std::uint32_t> const& retiredNextHopIds() const { return retired_; }
+  bool nextHopHeld(std::uint32_t nhId) const;
   std::size_t nextHopsInUse() const { return limits_.nextHops - freeNextHopIds_.size(); }
   TunnelLayerLimits const& limits() const { return limits_; }
   std::size_t waitingForResources() const { return starved_.size(); }
@@ -140,7 +147,6 @@ class SimTunnelLayer : public Rxn::PtrInterface {
   void serve(Fab::TunnelKey const& key, Tunnel& tunnel);
   void publish(Fab::TunnelKey const& key, Tunnel const& tunnel);
   void retire(std::uint32_t nhId);
-  bool nextHopHeld(std::uint32_t nhId) const;
   // Frees the id if nothing holds it any more, then serves the waiting tunnels.
   void reclaim(std::uint32_t nhId);
   void serveStarved();

@@ -48,5 +48,8 @@ int main(int argc, char** argv) {
   } catch (Sim::ScenarioError const& e) {
     std::fprintf(stderr, "fabvxlan-sim: %s\n", e.what());
     return 1;
+  } catch (Sim::CheckFailure const& e) {
+    std::fprintf(stderr, "fabvxlan-sim: check failed: %s\n", e.what());
+    return 3;
   }
 }

@@ -31,17 +31,17 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
       {"[]", "bad.json: a scenario must be an object"},
       {R"({"steps": [], "colour": 1})",
        "bad.json: unknown key 'colour' in the scenario (expected description, "
-       "platform, toggles, steps)"},
+       "platform, toggles, checks, steps)"},
       {R"({"description": "x"})", "bad.json: 'steps' must be a list of steps"},
       {R"({"platform": {"answerDelay": -1}, "steps": []})", "bad.json: 'answerDelay' must not be negative"},
       {R"({"toggles": {"PerVniControlPlane": "off"}, "steps": []})",
        "bad.json: toggle 'PerVniControlPlane' must be true or false"},
       {steps(R"({"at": 0, "wait": 3})"),
-       "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, floodSet, l2rib, bridging, restart, "
-       "agent, vtep, activeNextHop, switchover, answers, learn, activeVxlanVlan)"},
+       "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, vtis, floodSet, l2rib, bridging, "
+       "restart, agent, answers, settle, vtep, activeNextHop, switchover, learn, activeVxlanVlan)"},
       {steps(R"({"at": 0})"),
-       "bad.json: step 1: a step needs vti, floodSet, l2rib, bridging, restart, agent, vtep, "
-       "activeNextHop, switchover, answers, learn, activeVxlanVlan or show"},
+       "bad.json: step 1: a step needs vti, vtis, floodSet, l2rib, bridging, restart, agent, answers, settle, "
+       "vtep, activeNextHop, switchover, learn, activeVxlanVlan or show"},
       {steps(R"({"at": 2, "show": true}, {"at": 1, "show": true})"),
        "bad.json: step 2: 'at' goes back in time, to 1 after 2"},
       {steps(R"({"vti": {"name": "Ethernet1", "operStatus": "up"}})"),
@@ -57,8 +57,8 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
       {steps(R"({"floodSet": {"vlan": 10, "mac": "0000.0000.0000", "type": "some"}})"),
        "bad.json: step 1: bad flood set type 'some': expected all, any or a number"},
       {steps(R"({"vti": {"name": "Vxlan1"}, "l2rib": {"source": 4}})"),
-       "bad.json: step 1: a step does one thing: vti, floodSet, l2rib, bridging, restart, agent, vtep, "
-       "activeNextHop, switchover, answers, learn, activeVxlanVlan"},
+       "bad.json: step 1: a step does one thing: vti, vtis, floodSet, l2rib, bridging, restart, agent, answers, "
+       "settle, vtep, activeNextHop, switchover, learn, activeVxlanVlan"},
       {steps(R"({"bridging": {"vlan": "20-10"}})"),
        "bad.json: step 1: bad VLAN range '20-10': the first is above the last"},
       {steps(R"({"vti": {"name": "Vxlan1", "vlanToVni": {"10": "x"}}})"),
@@ -75,7 +75,12 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
        "bad.json: step 1: 'vni' must be a number below 16777216"},
       {steps(R"({"vti": {"name": "Vxlan1", "udpPort": 70000}})"), "bad.json: step 1: 'udpPort' must be a port number"},
       {R"({"platform": {"maxTunnels": -1}, "steps": []})", "bad.json: 'maxTunnels' must be a number from 0 to 1000000"},
-      {steps(R"({"restart": "cold"})"), "bad.json: step 1: 'restart' takes \"hitless\""},
+      {steps(R"({"restart": "warm"})"),
+       "bad.json: step 1: 'restart' takes \"hitless\", \"hitlessKeepingState\" or \"cold\""},
+      {steps(R"({"vtis": []})"), "bad.json: step 1: 'vtis' must be a list of VTI changes"},
+      {steps(R"({"answers": {"of": "tunnelLayer", "newestFirst": true}})"),
+       "bad.json: step 1: 'newestFirst' is for the answers of the vniHook alone"},
+      {R"({"checks": 1, "steps": []})", "bad.json: 'checks' must be true or false"},
       {steps(R"({"bridging": {"vlan": 10, "adminState": "half"}})"),
        "bad.json: step 1: bad adminState 'half': expected active, suspended or shutdown"},
   };

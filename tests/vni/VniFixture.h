@@ -48,7 +48,7 @@ class VniFixture : public SimFixture {
   Fab::VXLAN::ModifyVlanVniMapEntry waiting(int vlan) { return vniSm().pendingRemoveList(Bridging::VlanId(vlan)); }
   bool dirty(int vlan) { return vniSm().dirtyVlan(Bridging::VlanId(vlan)); }
   void holdVniAnswers(bool held) {
-    platform().answersAre(platform().config().answerDelay, held, Sim::Platform::Answerer::hook);
+    platform().answersAre({platform().config().answerDelay, held}, Sim::Platform::Answerer::hook);
   }
 };
 

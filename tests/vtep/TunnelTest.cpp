@@ -46,7 +46,7 @@ class TunnelTest : public SimFixture {
   // The VTEP leaves and comes back while the platform, answering late, still
   // shows the tunnel of its earlier life, and moves that tunnel's next hop.
   void leaveAndReturnWhileTheOldTunnelMoves() {
-    platform().answersAre(0, true);
+    platform().answersAre({0, true});
     remoteVtep("10.0.0.2", false);
     remoteVtep("10.0.0.2");
     ASSERT_TRUE(platform().tunnelLayer().switchNextHop(Wire::IpAddr::fromString("10.0.0.2")));
@@ -107,7 +107,7 @@ TEST_F(TunnelTest, AStatusOfAnEarlierLifeOfTheTunnelIsNotTakenForTheNewOne) {
   EXPECT_EQ(vtepInfo("10.0.0.2")->curNextHopId(), Fab::FabNextHopId());
   EXPECT_FALSE(!!published("10.0.0.2"));
   // The answer to the new request is the one published.
-  platform().answersAre(0, false);
+  platform().answersAre({0, false});
   platform().settle();
   Fab::TunnelKey const key = keyOf("10.0.0.2", generation("10.0.0.2"));
   EXPECT_EQ(published("10.0.0.2").nextHopId(), platform().tunnelStatus()->tunnelStatusEntry(key)->nextHopId());
@@ -127,7 +127,7 @@ TEST_F(TunnelWithoutGenerationsTest, BothLivesShareTheKeyAndTheOldStatusIsTakenA
   leaveAndReturnWhileTheOldTunnelMoves();
   Fab::FabNextHopId const moved = platform().tunnelStatus()->tunnelStatusEntry(keyOf("10.0.0.2", 0))->nextHopId();
   EXPECT_EQ(published("10.0.0.2").nextHopId(), moved);
-  platform().answersAre(0, false);
+  platform().answersAre({0, false});
   platform().settle();
   EXPECT_TRUE(published("10.0.0.2").nextHopId().valid());
 }

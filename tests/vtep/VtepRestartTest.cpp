@@ -99,12 +99,12 @@ TEST_F(VtepRestartTest, ATunnelLayerCleanedBeforeTheRestartEndsIsInitializedAnew
   platform().restartHitlessly();
   // The VTI goes down before the hook answers: the tunnel layer kept from the
   // earlier life is cleaned up, and the hook's late answer comes after that.
-  platform().answersAre(0.5, true, Sim::Platform::Answerer::hook);
+  platform().answersAre({0.5, true}, Sim::Platform::Answerer::hook);
   vtiUp(kVxlan1, false);
   platform().runFor(1);
   EXPECT_EQ(tunnelConfig().cleanup(), 1U);
   EXPECT_EQ(platform().tunnelStatus()->cleanup(), 1U);
-  platform().answersAre(0.5, false, Sim::Platform::Answerer::hook);
+  platform().answersAre({0.5, false}, Sim::Platform::Answerer::hook);
   platform().settle();
   ASSERT_EQ(info().vtepSmState(), FabVxlanState::clean_);
   // So the next start cannot take it as standing.

@@ -1,0 +1,94 @@
+// The whole-stack checks of the VTEP subsystem: the VTEP hook, the tunnel
+// layer and what VtepStatus publishes.
+
+#include "sim/StackCheck.h"
+
+namespace Sim {
+
+namespace {
+
+std::string counters(std::uint32_t config, std::uint32_t status) {
+  return "config " + std::to_string(config) + ", status " + std::to_string(status);
+}
+
+// The hook's handshakes: every request raised has its answer.
+void checkHookAnswered(Checks& checks, FabHelper::FabHelperVtep const& hook) {
+  checks.expect("vtep-hook-init-answered", hook.hwInitConfig() == hook.hwInitStatus(),
+                [&] { return counters(hook.hwInitConfig(), hook.hwInitStatus()); });
+  checks.expect("vtep-hook-cleanup-answered", hook.hwCleanupConfig() == hook.hwCleanupStatus(),
+                [&] { return counters(hook.hwCleanupConfig(), hook.hwCleanupStatus()); });
+  checks.expect("vtep-hook-learning-answered",
+                hook.dataPathLearningDisableConfig() == hook.dataPathLearningDisableStatus() &&
+                    hook.dataPathLearningEnableConfig() == hook.dataPathLearningEnableStatus());
+  checks.expect("vtep-hook-udp-port-answered", hook.udpPortConfig() == hook.udpPortStatus());
+}
+
+// Every tunnel asked for stands, with its answer, and no other does.
+void checkTunnelsAnswered(Checks& checks) {
+  Platform& platform = checks.platform();
+  Fab::FabTunnelConfig const& config = *platform.tunnelConfig();
+  Fab::FabTunnelStatus const& status = *platform.tunnelStatus();
+  checks.expect("tunnel-layer-init-answered", config.init() == status.init(),
+                [&] { return counters(config.init(), status.init()); });
+  checks.expect("tunnel-layer-cleanup-answered", config.cleanup() == status.cleanup(),
+                [&] { return counters(config.cleanup(), status.cleanup()); });
+  std::set<Fab::TunnelKey> const standing = platform.tunnelLayer().tunnelKeys();
+  for (auto const& [key, entry] : config.tunnelConfigEntry()) {
+    checks.expect("tunnel-answered", standing.count(key) != 0 && !!status.tunnelStatusEntry(key),
+                  [&] { return key.stringValue(); });
+  }
+  checks.expect("tunnel-not-leaked", standing.size() == config.tunnelConfigEntrys() &&
+                                         status.tunnelStatusEntrys() == config.tunnelConfigEntrys(),
+                [&] {
+                  return std::to_string(standing.size()) + " standing, " +
+                         std::to_string(status.tunnelStatusEntrys()) + " answered, " +
+                         std::to_string(config.tunnelConfigEntrys()) + " asked for";
+                });
+  for (std::uint32_t const nhId : platform.tunnelLayer().retiredNextHopIds()) {
+    checks.expect("next-hop-not-leaked", platform.tunnelLayer().nextHopHeld(nhId),
+                  [&] { return std::to_string(nhId); });
+  }
+}
+
+}  // namespace
+
+// What VtepStatus publishes and what the reader uses is allocated in the
+// tunnel layer.
+void checkVtepAfterStep(Checks& checks) {
+  Platform& platform = checks.platform();
+  SimTunnelLayer const& layer = platform.tunnelLayer();
+  for (auto const& [vti, status] : platform.vtepStatusDir()->vtepStatus()) {
+    for (auto const& [id, info] : status->hwVtepInfo()) {
+      checks.expect("published-next-hop-allocated",
+                    !info.nextHopId().valid() || !layer.nextHopIdFree(info.nextHopId().value()),
+                    [&] { return vti.stringValue() + " " + info.stringValue(); });
+      checks.expect("published-tunnel-allocated",
+                    !info.tunnelId().valid() || !layer.tunnelIdFree(info.tunnelId().value()),
+                    [&] { return vti.stringValue() + " " + info.stringValue(); });
+    }
+  }
+  for (auto const& [nhId, active] : platform.vtepConfigDir()->activeNextHopIdList()) {
+    checks.expect("active-next-hop-allocated", !layer.nextHopIdFree(nhId.value()),
+                  [&] { return nhId.stringValue(); });
+  }
+}
+
+void checkVtepWhenQuiet(Checks& checks) {
+  Platform& platform = checks.platform();
+  if (!platform.agentRunning() || checks.owes(Platform::Answerer::vtepHook) ||
+      checks.owes(Platform::Answerer::tunnelLayer)) {
+    return;
+  }
+  checkHookAnswered(checks, *platform.fabHelperVtep());
+  checkTunnelsAnswered(checks);
+  if (platform.vxlanInfo()->activatedVtis() == 0 && remoteMacsAtRest(platform)) {
+    SimTunnelLayer const& layer = platform.tunnelLayer();
+    checks.expect("tunnel-layer-empty-at-rest", layer.tunnelsInUse() == 0 && layer.nextHopsInUse() == 0, [&] {
+      return std::to_string(layer.tunnelsInUse()) + " tunnels, " + std::to_string(layer.nextHopsInUse()) +
+             " next hops in use";
+    });
+    checks.expect("vtep-handles-gone-at-rest", platform.vtepHardware().vtepHandles.empty());
+  }
+}
+
+}  // namespace Sim

@@ -1,0 +1,51 @@
+#include "sim/StackCheck.h"
+
+namespace Sim {
+
+void Checks::fail(char const* check, std::string const& detail) const {
+  throw CheckFailure(std::string(check) + (detail.empty() ? "" : ": " + detail));
+}
+
+bool Checks::owes(Platform::Answerer answerer) const {
+  AnswerQueue const* const queue = platform_.answerQueue(answerer);
+  return queue != nullptr && queue->held() && queue->pending() > 0;
+}
+
+bool Checks::owesAny() const {
+  return owes(Platform::Answerer::vtepHook) || owes(Platform::Answerer::vniHook) ||
+         owes(Platform::Answerer::tunnelLayer);
+}
+
+void StackCheck::afterStep() {
+  verifyMachines();
+  checkCentralAfterStep(checks_);
+  checkVtepAfterStep(checks_);
+  checkVniAfterStep(checks_);
+}
+
+void StackCheck::whenQuiet() {
+  checkCentralWhenQuiet(checks_);
+  checkVtepWhenQuiet(checks_);
+  checkVniWhenQuiet(checks_);
+}
+
+// Every machine runs its own verification; a mismatch that one reports (as
+// a verification failure, not an assertion) fails the check.
+void StackCheck::verifyMachines() {
+  Platform& platform = checks_.platform();
+  if (!platform.agentRunning()) {
+    return;
+  }
+  Rxn::Ptr<Fab::VerifyData> const verifyData = platform.acsd()->verifyData();
+  verifyData->cliVerifyOutputDelAll();
+  verifyData->verifyInc(1);
+  checks_.expect("verify", verifyData->cliVerifyOutputs() == 0, [&] {
+    std::string failures;
+    for (auto const& [function, text] : verifyData->cliVerifyOutput()) {
+      failures += (failures.empty() ? "" : "; ") + text;
+    }
+    return failures;
+  });
+}
+
+}  // namespace Sim
