@@ -53,7 +53,7 @@ void ScenarioPlayer::check(Step const& step, bool quiet) {
       checks_->whenQuiet();
     }
   } catch (CheckFailure const& e) {
-    throw CheckFailure(name_ + ": step " + std::to_string(played_) + ": " + step.what + ": " + e.what());
+    throw CheckFailure(e.check(), name_ + ": step " + std::to_string(played_) + ": " + step.what + ": " + e.what());
   }
 }
 

@@ -10,8 +10,14 @@ namespace Sim {
 namespace {
 
 Step vtepStep(Context const& ctx, Json const& spec, PlatformConfig const&) {
-  expectKeys(ctx, spec, "vtep", {"vti", "add", "remove"});
+  expectKeys(ctx, spec, "vtep", {"vti", "add", "remove", "withdraw"});
   Wire::IntfId const vti = vtiAt(ctx, spec, "vti");
+  if (spec.HasMember("withdraw") && boolAt(ctx, spec, "withdraw")) {
+    Step step;
+    step.what = "the remote MAC machine withdraws every remote VTEP of " + vti.stringValue();
+    step.action = [vti](Platform& platform) { platform.remoteVtepsWithdrawn(vti); };
+    return step;
+  }
   std::vector<Wire::IpAddr> const add = addressesAt(ctx, spec, "add");
   std::vector<Wire::IpAddr> const remove = addressesAt(ctx, spec, "remove");
   Step step;
@@ -94,9 +100,11 @@ Step switchoverStep(Context const& ctx, Json const& spec, PlatformConfig const&)
   Step step;
   step.what = "the tunnel layer moves " + vtep.stringValue() + " to a new next hop";
   step.action = [vtep](Platform& platform) {
-    if (!platform.tunnelLayer().switchNextHop(vtep)) {
+    // With no next hop free the platform keeps the tunnel where it is.
+    if (!platform.tunnelLayer().reachable(vtep)) {
       throw ScenarioError("no reachable tunnel to " + vtep.stringValue());
     }
+    platform.tunnelLayer().switchNextHop(vtep);
   };
   return step;
 }

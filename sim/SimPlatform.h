@@ -114,6 +114,9 @@ class Platform {
   // A remote VTEP that the hosts of a VTI need, as the remote MAC machine
   // lists it in VtepConfig; the VTI's VtepConfig goes with its last VTEP.
   void remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, bool needed);
+  // The remote MAC machine drops the VTI's request list at once, as it does
+  // when the VTI goes down.
+  void remoteVtepsWithdrawn(Wire::IntfId const& vti) { vtepConfigDir_->vtepConfigDel(vti); }
   Fab::SwTunnelGroupId vtepId(Wire::IpAddr const& vtep) const;
   // A VLAN's mapping on a VTI, or none.
   void vlanVniIs(Wire::IntfId const& vti, Bridging::VlanId const& vlanId, Vxlan::VniExtOrNone const& vni);

@@ -47,8 +47,9 @@ void SimFabHelperVtep::updateVarpVtepSrcIp(Wire::IntfId const& vtiIntfId, Wire::
   program(hardware_.varpVtepSrcIp, vtiIntfId, vArpVtepAddr);
 }
 
+// A port asked for and not yet answered is not in the chip yet.
 void SimFabHelperVtep::verifyUdpPort(Wire::IntfId const& vtiIntfId, Wire::UdpPort const& udpPort) {
-  if (hardware_.udpPort != udpPort) {
+  if (udpPortConfig() == udpPortStatus() && hardware_.udpPort != udpPort) {
     FAB_VERIFY_FAILURE(verifyData_, vtiIntfId.stringValue() + ": UDP port " + udpPort.stringValue() +
                                         " expected, the chip has " + hardware_.udpPort.stringValue());
   }
@@ -97,9 +98,12 @@ void VtepHelperAnswers::RxnHelper::onHwInitConfig() {
 void VtepHelperAnswers::RxnHelper::onHwCleanupConfig() {
   if (rxnMarkedForDeletion()) return;
   owner()->answers_.post([owner = owner()] {
+    // The cleanup frees what the hook holds, VTEP handles of an earlier life
+    // that the new one never asked for included.
     VtepHardware& chip = owner->hardware();
     chip.initialized = false;
     chip.udpPort = Wire::UdpPort();
+    chip.vtepHandles.clear();
     owner->helper().hwCleanupStatusIs(owner->helper().hwCleanupConfig());
   });
 }
@@ -270,6 +274,15 @@ std::set<Fab::TunnelKey> SimTunnelLayer::tunnelKeys() const {
     keys.insert(key);
   }
   return keys;
+}
+
+bool SimTunnelLayer::reachable(Wire::IpAddr const& vtep) const {
+  for (auto const& [key, tunnel] : tunnels_) {
+    if (key.dst() == Wire::IpGenAddr(vtep) && tunnel.nextHopId.valid()) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void SimTunnelLayer::retire(std::uint32_t nhId) {

@@ -107,6 +107,8 @@ class SimTunnelLayer : public Rxn::PtrInterface {
   // Moves every tunnel to this VTEP to a new next hop, as a platform may at
   // any time; the old next hop stays while anything holds it.
   bool switchNextHop(Wire::IpAddr const& vtep);
+  // Whether a tunnel to this VTEP stands with a next hop.
+  bool reachable(Wire::IpAddr const& vtep) const;
 
   std::size_t tunnelsInUse() const { return limits_.tunnels - freeTunnelIds_.size(); }
   bool tunnelIdFree(std::uint32_t id) const { return freeTunnelIds_.count(id) != 0; }

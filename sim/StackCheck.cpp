@@ -3,7 +3,7 @@
 namespace Sim {
 
 void Checks::fail(char const* check, std::string const& detail) const {
-  throw CheckFailure(std::string(check) + (detail.empty() ? "" : ": " + detail));
+  throw CheckFailure(check, std::string(check) + (detail.empty() ? "" : ": " + detail));
 }
 
 bool Checks::owes(Platform::Answerer answerer) const {

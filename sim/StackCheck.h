@@ -20,7 +20,12 @@ namespace Sim {
 
 class CheckFailure : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  CheckFailure(std::string check, std::string const& text) : std::runtime_error(text), check_(std::move(check)) {}
+  // The name of the check that failed.
+  std::string const& check() const { return check_; }
+
+ private:
+  std::string check_;
 };
 
 // What a part of the stack checks, through `expect`. Each subsystem's checks

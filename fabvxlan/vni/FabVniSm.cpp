@@ -1,6 +1,7 @@
 #include "fabvxlan/vni/FabVniSm.h"
 
 #include <cassert>
+#include <set>
 
 #include "fabvxlan/runtime/Log.h"
 #include "fabvxlan/runtime/Trace.h"
@@ -102,15 +103,20 @@ void VniSm::handleVxlanStateUpdate() {
       return;
     case FabVxlanState::cleaning_:
       info->vniSmStateIs(FabVxlanState::cleaning_);
+      // Every row goes before the cleanup: those in force, and those that
+      // the platform could not program, which no list holds.
+      if (holdsUnqueuedRows()) {
+        RXN_TRACE(7, "Flushing any remaining VLAN-VNI Mappings from hardware");
+        for (Wire::IntfId const& vti : vtisHoldingRows()) {
+          handleVtiDown(vti);
+        }
+      }
       if (readyForCleanup()) {
         RXN_TRACE(7, "Triggering hardware cleanup");
         config_->hwCleanupInc(1);
-      } else if (shadowEmpty()) {
+      } else {
         // The lists still drain.
         RXN_TRACE(7, " waiting for mappings to be deleted ");
-      } else {
-        RXN_TRACE(7, "Flushing any remaining VLAN-VNI Mappings from hardware");
-        vtiStatus_.forEach([this](RxnVtiStatus* reactor) { handleVtiDown(reactor->fwkKey()); });
       }
       return;
     case FabVxlanState::clean_:
@@ -121,6 +127,29 @@ void VniSm::handleVxlanStateUpdate() {
 
 bool VniSm::shadowEmpty() const {
   return vniInfo()->vlanVniMapShadows() == 0;
+}
+
+bool VniSm::holdsUnqueuedRows() const {
+  if (!shadowEmpty()) {
+    return true;
+  }
+  for (auto const& [vlanId, row] : config()->configEntry()) {
+    if (!updateList(vlanId) && !pendingRemoveList(vlanId)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::set<Wire::IntfId> VniSm::vtisHoldingRows() const {
+  std::set<Wire::IntfId> vtis;
+  for (auto const& [vti, shadow] : vniInfo()->vlanVniMapShadow()) {
+    vtis.insert(vti);
+  }
+  for (auto const& [vlanId, row] : config()->configEntry()) {
+    vtis.insert(row.vtiIntfId());
+  }
+  return vtis;
 }
 
 bool VniSm::readyForCleanup() const {
@@ -154,6 +183,12 @@ void VniSm::RxnHelperVniStatus::handleHwInit() {
     return;
   }
   FabVxlanState const vxlanInfoState = sm->vxlanInfo()->state();
+  // The counters are independent requests: the platform may answer a
+  // cleanup before the init that it overtook, which then comes at rest.
+  if (vxlanInfoState == FabVxlanState::clean_) {
+    RXN_TRACE(7, " hwInit answered after the cleanup that overtook it, ignored");
+    return;
+  }
   // clang-format off
   assert(( vxlanInfoState == FabVxlanState::initializing_ ) || ( vxlanInfoState == FabVxlanState::cleaning_ ));
   // clang-format on
@@ -199,6 +234,12 @@ void VniSm::RxnVtiStatus::handleVlanVniMap(Bridging::VlanId const& vlanId) {
   VniSm* const sm = owner();
   Wire::IntfId const vti = fwkKey();
   if (!sm->initialized() || !sm->vxlanInfo()->activatedVti(vti)) {
+    return;
+  }
+  // A VLAN is mapped on one VTI at a time; the configuration refuses a
+  // second, and the wish of another VTI waits until the VLAN is free.
+  if (Wire::IntfId const holder = sm->holderOf(vlanId); !!holder && holder != vti) {
+    RXN_TRACE(7, "vlan " << vlanId << " is held by " << holder << ", ignoring the wish of " << vti);
     return;
   }
   Vni const vni = notifier()->vlanToVniMap(vlanId).vni();
@@ -284,17 +325,65 @@ void VniSm::RxnVlanConfig::cleanup() {
   handleVlanUpdate();
 }
 
+// Every mapping the VTI holds goes: in force, queued, or a row that the
+// platform could not program. Other VTIs may take the VLANs up afterwards.
 void VniSm::handleVtiDown(Wire::IntfId const& vti) {
   Rxn::Ptr<FabVniInfo> const info = vniInfo();
   for (auto it = info->validVlanVniMap().begin(); it != info->validVlanVniMap().end(); ++it) {
     VniEntry const entry = it.value();
-    if (entry.vtiIntfId() != vti) {
-      continue;
+    if (entry.vtiIntfId() == vti) {
+      info->validVniVlanMapDel(entry.vni());
+      info->validVlanVniMapDel(entry.vlanId());
     }
-    info->validVniVlanMapDel(entry.vni());
-    info->validVlanVniMapDel(entry.vlanId());
-    updateVlanVniMap(vti, entry.vlanId(), kNoVni);
   }
+  for (Bridging::VlanId const& vlanId : vlansHeldBy(vti)) {
+    updateVlanVniMap(vti, vlanId, kNoVni);
+  }
+}
+
+std::set<Bridging::VlanId> VniSm::vlansHeldBy(Wire::IntfId const& vti) const {
+  std::set<Bridging::VlanId> vlans;
+  if (Rxn::Ptr<VlanVniMapShadow> const shadow = vniInfo()->vlanVniMapShadow(vti)) {
+    for (auto const& [vlanId, entry] : shadow->vlanVniMap()) {
+      vlans.insert(vlanId);
+    }
+  }
+  for (auto const& [vlanId, row] : config()->configEntry()) {
+    if (row.vtiIntfId() == vti) vlans.insert(vlanId);
+  }
+  for (auto const& [vlanId, entry] : updateList()) {
+    if (entry.vtiIntfId() == vti) vlans.insert(vlanId);
+  }
+  for (auto const& [vlanId, entry] : pendingRemoveList()) {
+    if (entry.vtiIntfId() == vti) vlans.insert(vlanId);
+  }
+  return vlans;
+}
+
+Wire::IntfId VniSm::holderOf(Bridging::VlanId const& vlanId) const {
+  if (ModifyVlanVniMapEntry const entry = pendingRemoveList(vlanId); !!entry) {
+    return entry.vtiIntfId();
+  }
+  if (ModifyVlanVniMapEntry const entry = updateList(vlanId); !!entry) {
+    return entry.vtiIntfId();
+  }
+  return config()->configEntry(vlanId).vtiIntfId();
+}
+
+// A VLAN that no VTI holds any more goes to the first activated VTI that
+// wants it.
+void VniSm::reclaimVlan(Bridging::VlanId const& vlanId) {
+  if (vxlanInfo()->state() != FabVxlanState::initialized_ || !isVlanActive(vlanId)) {
+    return;
+  }
+  vtiStatus_.forEach([this, &vlanId](RxnVtiStatus* reactor) {
+    Wire::IntfId const vti = reactor->fwkKey();
+    if (!holderOf(vlanId) && vxlanInfo()->activatedVti(vti) &&
+        reactor->notifier()->vlanToVniMap(vlanId).vni().valid()) {
+      RXN_TRACE(7, "vlan " << vlanId << " is free, taking up the wish of " << vti);
+      reactor->handleVlanVniMap(vlanId);
+    }
+  });
 }
 
 void VniSm::handleActivatedVti(Wire::IntfId const& vti) {
@@ -354,6 +443,11 @@ void VniSm::updateVlanVniMap(Wire::IntfId const& vti, Bridging::VlanId const& vl
     return;
   }
   if (!oldVni.valid()) {
+    // A VLAN that nothing holds has nothing to remove.
+    if (!newVni.valid() && !holderOf(vlanId)) {
+      RXN_TRACE(8, " Nothing to remove for " << entry);
+      return;
+    }
     RXN_TRACE(8, " Add or delete mapping directly to updateList " << entry);
     updateListEntryIs(entry);
     return;
@@ -423,6 +517,9 @@ void VniSm::doRemoveUpdateListEntry(Bridging::VlanId const& vlanId) {
   updateListDel(vlanId);
   dirtyVlanDel(vlanId);
   maybePublishVlanVniMappingReadyStage();
+  if (!holderOf(vlanId)) {
+    reclaimVlan(vlanId);
+  }
 }
 
 // --- The drain -------------------------------------------------------------------------------
@@ -539,9 +636,14 @@ void VniSm::doHandleHelperVlanVniMapStatus(Bridging::VlanId const& vlanId) {
   if (!!statusRow) {
     takeProgrammedAnswer(vlanId, entry, reprogram, keep);
   } else {
-    // A delete finished.
+    // A delete finished. A row that was programmed left room in the chip.
+    bool freedRoom = true;
     if (Rxn::Ptr<Vxlan::VxlanHwStatus> const hw = vxlanHwStatusDir_->vxlanHwStatus(entry.vtiIntfId())) {
+      freedRoom = !hw->pendingVlanToVniMap(vlanId).valid();
       hw->pendingVlanToVniMapDel(vlanId);
+    }
+    if (freedRoom) {
+      retryUnprogrammedMappings();
     }
     if (!entry.newVni().valid()) {
       reprogram = false;
@@ -568,6 +670,24 @@ void VniSm::doHandleHelperVlanVniMapStatus(Bridging::VlanId const& vlanId) {
   maybeDoHwCleanup();
 }
 
+// The rows that the platform refused for want of room are sent again: the
+// row goes, and the answer to its removal adds it anew.
+void VniSm::retryUnprogrammedMappings() {
+  if (vxlanInfo()->state() != FabVxlanState::initialized_) {
+    return;
+  }
+  for (auto const& [vti, hw] : vxlanHwStatusDir_->vxlanHwStatus()) {
+    for (auto const& [vlanId, vni] : hw->pendingVlanToVniMap()) {
+      bool const settled = !updateList(vlanId) && !pendingRemoveList(vlanId);
+      if (settled && config()->configEntry(vlanId).vni() == vni &&
+          status()->statusEntry(vlanId).tableAddStatus() == FabTypes::full_) {
+        RXN_TRACE(7, "Retrying vlan " << vlanId << " <-> " << vni << " now that the table has room");
+        updateListEntryIs(ModifyVlanVniMapEntry(vlanId, vni, vti));
+      }
+    }
+  }
+}
+
 void VniSm::takeProgrammedAnswer(Bridging::VlanId const& vlanId, ModifyVlanVniMapEntry const& entry, bool& reprogram,
                                  bool& keep) {
   FabHelperVniStatusEntry const statusRow = status()->statusEntry(vlanId);
@@ -577,11 +697,19 @@ void VniSm::takeProgrammedAnswer(Bridging::VlanId const& vlanId, ModifyVlanVniMa
   Rxn::Ptr<Vxlan::VxlanHwStatus> const hw = vxlanHwStatusDir_->vxlanHwStatus(vti);
   FabTypes::TableAddStatus const ret = statusRow.tableAddStatus();
   if (ret == FabTypes::full_) {
-    // The row stays, visibly unprogrammed; a later change goes the ordinary way.
-    RXN_TRACE(1, " VniExt-Vlan table full, logging a message " << vlanId << " " << newVni);
-    Rxn::log(ETH_VNIVLANMAPFULL, vlanId.value(), newVni.value());
+    // The row stays, visibly unprogrammed, with the VNI that did not fit; it
+    // is tried again when room frees up.
+    RXN_TRACE(1, " VniExt-Vlan table full, logging a message " << vlanId << " " << hwProgrammedVni);
+    Rxn::log(ETH_VNIVLANMAPFULL, vlanId.value(), hwProgrammedVni.value());
     if (hw) {
-      hw->pendingVlanToVniMapIs(vlanId, newVni);
+      hw->pendingVlanToVniMapIs(vlanId, hwProgrammedVni);
+    }
+    // A wish that moved on while the platform worked is not lost: the row
+    // goes, and the answer to its removal queues the wish.
+    if (!!entry && newVni != hwProgrammedVni) {
+      RXN_TRACE(7, "Adding newVni " << newVni << " to be processed since VNI refused by H/W is different "
+                                    << hwProgrammedVni);
+      reprogram = true;
     }
     return;
   }

@@ -7,6 +7,8 @@
 // accepted. The machine follows the feature state, asks the platform to
 // initialise and clean up, and recovers the map across a hitless restart.
 
+#include <set>
+
 #include "fabvxlan/runtime/Activity.h"
 #include "fabvxlan/runtime/Reactor.h"
 #include "fabvxlan/state/FabBaseSm.h"
@@ -153,6 +155,9 @@ class VniSm : public Fab::FabBaseSm, public VniSmState {
                     bool add);
   bool isVlanActive(Bridging::VlanId const& vlanId) const;
   void handleVtiDown(Wire::IntfId const& vti);
+  // The VTI whose mapping, wish or row a VLAN has, if any: a VLAN is mapped
+  // on one VTI at a time.
+  Wire::IntfId holderOf(Bridging::VlanId const& vlanId) const;
   void handleActivatedVti(Wire::IntfId const& vti);
   void handleActiveVxlanVlanUpdate(Bridging::VlanId const& vlanId);
 
@@ -169,6 +174,12 @@ class VniSm : public Fab::FabBaseSm, public VniSmState {
   void requestVerify() const { Fab::requestVerify(verifyData()); }
   // Whether any VTI has a mapping in the shadow.
   bool shadowEmpty() const;
+  // Whether a mapping is in force, or a row stands that no list will remove.
+  bool holdsUnqueuedRows() const;
+  std::set<Wire::IntfId> vtisHoldingRows() const;
+  std::set<Bridging::VlanId> vlansHeldBy(Wire::IntfId const& vti) const;
+  void reclaimVlan(Bridging::VlanId const& vlanId);
+  void retryUnprogrammedMappings();
   // Runs the drain's loop until the set is empty or the quantum is used up.
   void drainDirtyVlans(double deadline);
   void drainOne(Bridging::VlanId const& vlanId);

@@ -1,0 +1,121 @@
+// Events of the agent and the platform: how the platform answers (prompt,
+// late, held back and released in bursts, the VNI hook's newest first),
+// hitless and cold restarts at any moment, the agent away while the world
+// changes, quiet, and the whole world brought to rest.
+
+#include "sim/stress/Driver.h"
+
+namespace Stress {
+
+namespace {
+
+using Steps = std::vector<std::string>;
+using Answerer = Sim::Platform::Answerer;
+
+struct Named {
+  char const* name;
+  Answerer answerer;
+};
+std::vector<Named> const kAnswerers = {
+    {"vtepHook", Answerer::vtepHook}, {"vniHook", Answerer::vniHook}, {"tunnelLayer", Answerer::tunnelLayer}};
+
+std::string delay(Maker& maker) {
+  static std::vector<char const*> const delays = {"0", "0.1", "0.5", "2"};
+  return maker.pick(delays);
+}
+
+Steps answersDelay(Maker& maker) {
+  Named const& who = maker.pick(kAnswerers);
+  return {"{\"answers\": {\"of\": " + quoted(who.name) + ", \"delay\": " + delay(maker) + "}}"};
+}
+
+Steps answersHold(Maker& maker) {
+  Named const& who = maker.pick(kAnswerers);
+  return {"{\"answers\": {\"of\": " + quoted(who.name) + ", \"delay\": " + delay(maker) + ", \"hold\": true}}"};
+}
+
+// Held answers come in a burst; the VNI hook's may come newest first.
+Steps answersRelease(Maker& maker) {
+  std::vector<Named> held;
+  for (Named const& who : kAnswerers) {
+    if (maker.platform().answers(who.answerer).held) {
+      held.push_back(who);
+    }
+  }
+  if (held.empty()) return {};
+  Named const& who = maker.pick(held);
+  bool const newestFirst = who.answerer == Answerer::vniHook && maker.chance(0.5);
+  return {"{\"answers\": {\"of\": " + quoted(who.name) + ", \"delay\": " + delay(maker) +
+          (newestFirst ? ", \"newestFirst\": true" : "") + "}}"};
+}
+
+Steps restartHitless(Maker&) {
+  return {"{\"restart\": \"hitless\"}"};
+}
+
+Steps restartKeepingState(Maker&) {
+  return {"{\"restart\": \"hitlessKeepingState\"}"};
+}
+
+Steps restartCold(Maker&) {
+  return {"{\"restart\": \"cold\"}"};
+}
+
+Steps agentDown(Maker& maker) {
+  if (!maker.platform().agentRunning()) return {};
+  return {"{\"agent\": \"down\"}"};
+}
+
+Steps agentUp(Maker& maker) {
+  if (maker.platform().agentRunning()) return {};
+  return {maker.chance(0.5) ? "{\"agent\": \"up\"}" : "{\"agent\": \"upKeepingState\"}"};
+}
+
+Steps settle(Maker&) {
+  return {"{\"settle\": true}"};
+}
+
+Steps rest(Maker& maker) {
+  return stepsToRest(maker);
+}
+
+}  // namespace
+
+Steps stepsToRest(Maker& maker) {
+  Sim::Platform& platform = maker.platform();
+  Steps steps = {"{\"answers\": {\"delay\": " + delay(maker) + "}}"};
+  if (!platform.agentRunning()) {
+    steps.push_back("{\"agent\": \"up\"}");
+  }
+  for (std::string const& vti : maker.existingVtis()) {
+    steps.push_back("{\"vti\": {\"name\": " + quoted(vti) + ", \"operStatus\": \"down\"}}");
+  }
+  // The remote MAC machine follows: it withdraws the VTIs' request lists,
+  // gives up its next hops and flushes its VLANs.
+  for (auto const& [vti, config] : platform.vtepConfigDir()->vtepConfig()) {
+    steps.push_back("{\"vtep\": {\"vti\": " + quoted(vti.stringValue()) + ", \"withdraw\": true}}");
+  }
+  for (auto const& [id, active] : platform.vtepConfigDir()->activeNextHopIdList()) {
+    steps.push_back("{\"activeNextHop\": {\"remove\": [" + id.stringValue() + "]}}");
+  }
+  for (auto const& [vlan, active] : platform.vniInfo()->activeVxlanVlan()) {
+    steps.push_back("{\"activeVxlanVlan\": {\"remove\": [" + vlan.stringValue() + "]}}");
+  }
+  steps.push_back("{\"settle\": true}");
+  return steps;
+}
+
+std::vector<EventKind> agentEvents() {
+  return {{"answers-delay", 2, answersDelay},
+          {"answers-hold", 1.5, answersHold},
+          {"answers-release", 4, answersRelease},
+          {"restart-hitless", 1, restartHitless},
+          {"restart-keeping-state", 1, restartKeepingState},
+          {"restart-cold", 0.6, restartCold},
+          {"agent-down", 0.6, agentDown},
+          {"agent-up", 20, agentUp},
+          {"settle", 4, settle},
+          {"rest", 0.8, rest}};
+}
+
+}  // namespace Stress

@@ -1,0 +1,76 @@
+// fabvxlan-stress: the randomized whole-stack driver. It plays legal random
+// events on the simulated platform from a seed and checks the whole stack
+// after every step. On a failure it prints the seed, shrinks the steps to a
+// short sequence that fails the same way, and writes it as a scenario file
+// for fabvxlan-sim.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "sim/stress/Isolated.h"
+
+namespace {
+
+int usage(char const* problem) {
+  if (problem != nullptr) {
+    std::fprintf(stderr, "fabvxlan-stress: %s\n", problem);
+  }
+  std::fprintf(stderr,
+               "usage: fabvxlan-stress [--events N] [--seed S] [--out DIR] [--shrink-seconds T] [--quiet]\n"
+               "Plays N random events (default 3000) from seed S (default 1) and checks the whole stack after\n"
+               "every step. A failure is shrunk and written to DIR (default .) as a scenario file.\n");
+  return problem == nullptr ? 0 : 2;
+}
+
+bool number(char const* text, std::uint64_t& out) {
+  char* end = nullptr;
+  out = std::strtoull(text, &end, 10);
+  return end != text && *end == '\0';
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Stress::RunConfig config;
+  std::string out = ".";
+  std::uint64_t shrinkSeconds = 300;
+  for (int i = 1; i < argc; ++i) {
+    std::string const arg = argv[i];
+    bool const hasValue = i + 1 < argc;
+    if (arg == "--help" || arg == "-h") {
+      return usage(nullptr);
+    } else if (arg == "--quiet") {
+      config.quiet = true;
+    } else if (arg == "--events" && hasValue && number(argv[i + 1], config.events)) {
+      ++i;
+    } else if (arg == "--seed" && hasValue && number(argv[i + 1], config.seed)) {
+      ++i;
+    } else if (arg == "--shrink-seconds" && hasValue && number(argv[i + 1], shrinkSeconds)) {
+      ++i;
+    } else if (arg == "--out" && hasValue) {
+      out = argv[++i];
+    } else {
+      return usage(("bad argument '" + arg + "'").c_str());
+    }
+  }
+  Stress::Outcome const outcome = Stress::runIsolated(config);
+  if (!outcome.failed) {
+    return 0;
+  }
+  std::printf("seed %llu failed at step %zu: %s\n  %s\n", static_cast<unsigned long long>(config.seed),
+              outcome.steps.size(), outcome.signature.c_str(), outcome.message.c_str());
+  std::fflush(stdout);
+  std::vector<std::string> const steps =
+      Stress::shrink(config.seed, outcome.steps, outcome.signature, static_cast<double>(shrinkSeconds));
+  std::string const path = out + "/stress-seed-" + std::to_string(config.seed) + ".json";
+  std::ofstream(path) << Stress::scenarioText(config.seed, outcome.signature, steps);
+  Stress::Outcome const replay = Stress::replayFileIsolated(path);
+  std::printf("shrunk to %zu steps: %s\nreplay: fabvxlan-sim %s (%s)\n", steps.size(), path.c_str(), path.c_str(),
+              replay.failed && replay.signature == outcome.signature ? "fails the same way"
+                                                                     : ("replays as: " + replay.signature).c_str());
+  return 1;
+}
