@@ -25,6 +25,19 @@ class SubStateStandIn : public Rxn::PtrInterface {
 
   std::string const& name() const { return name_; }
 
+  // At the start of the agent: a handshake that a kept state left half-way
+  // is answered by the new platform side, as the machine's would be.
+  void resume() {
+    FabVxlanInfo& info = *info_->notifier();
+    FabVxlanState const mine = (info.*get_)();
+    if (mine == FabVxlanState::initializing_ || mine == FabVxlanState::cleaning_) {
+      FabVxlanState const answer =
+          mine == FabVxlanState::initializing_ ? FabVxlanState::initialized_ : FabVxlanState::clean_;
+      answers_.post([this, mine, answer] { answerIfStill(mine, answer); });
+    }
+    handleState();
+  }
+
   // Starts the hardware handshake the feature state asks for, if any.
   void handleState() {
     FabVxlanInfo& info = *info_->notifier();
@@ -237,7 +250,7 @@ void Platform::startMachines() {
     vtiStatusDirSm_->handleInitialized();
   }
   for (Rxn::Ptr<SubStateStandIn> const& standIn : standIns_) {
-    standIn->handleState();
+    standIn->resume();
   }
   for (Rxn::Ptr<StageStandIn> const& standIn : stageStandIns_) {
     standIn->handleBootStatus();
@@ -274,15 +287,16 @@ void Platform::agentUp(OwnState own) {
   }
   RXN_TRACE(1, "the agent comes back after a hitless restart"
                    << (own == OwnState::kept ? ", with its state as it was" : ""));
+  // The feature's state is kept, or starts at rest; the VNI machine's
+  // published map starts anew with its hook, but for what the remote MAC
+  // machine republishes.
   if (own == OwnState::rested) {
-    // The restarted agent's own state starts at rest, but for what the
-    // remote MAC machine republishes.
     vxlanInfo_ = Fab::VXLAN::fabVxlanInfoFactory("vxlanInfo");
-    Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
-    vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
-    for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
-      vniInfo_->activeVxlanVlanIs(vlanId, true);
-    }
+  }
+  Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
+  vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
+  for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
+    vniInfo_->activeVxlanVlanIs(vlanId, true);
   }
   Rxn::logRateLimitReset();
   publishRecoveredVlanToVniMap();

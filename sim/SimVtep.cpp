@@ -47,9 +47,11 @@ void SimFabHelperVtep::updateVarpVtepSrcIp(Wire::IntfId const& vtiIntfId, Wire::
   program(hardware_.varpVtepSrcIp, vtiIntfId, vArpVtepAddr);
 }
 
-// A port asked for and not yet answered is not in the chip yet.
+// A port asked for and not yet answered is not in the chip yet; after a
+// hitless restart the chip keeps the port of the earlier life until this
+// life asks for one.
 void SimFabHelperVtep::verifyUdpPort(Wire::IntfId const& vtiIntfId, Wire::UdpPort const& udpPort) {
-  if (udpPortConfig() == udpPortStatus() && hardware_.udpPort != udpPort) {
+  if (udpPortAsked_ && udpPortConfig() == udpPortStatus() && hardware_.udpPort != udpPort) {
     FAB_VERIFY_FAILURE(verifyData_, vtiIntfId.stringValue() + ": UDP port " + udpPort.stringValue() +
                                         " expected, the chip has " + hardware_.udpPort.stringValue());
   }
@@ -73,10 +75,14 @@ void SimFabHelperVtep::verifyVarpVtepSrcIp(Wire::IntfId const& vtiIntfId, Wire::
   verifyAddress("virtual-ARP VTEP address", hardware_.varpVtepSrcIp, vtiIntfId, vArpVtepSrcIp);
 }
 
-// Outside controller client mode the data path is what learns remote VTEPs.
+// Whatever the mode, the chip learns from the data path as the hook was last
+// asked; verification runs only with no learning request out.
 void SimFabHelperVtep::verifyVccMode(bool enable) {
-  if (!enable && !hardware_.dataPathLearning) {
-    FAB_VERIFY_FAILURE(verifyData_, std::string("data path learning is off outside controller client mode"));
+  if (hardware_.dataPathLearning != learningAsked_) {
+    FAB_VERIFY_FAILURE(verifyData_, std::string("data path learning is ") +
+                                        (hardware_.dataPathLearning ? "on" : "off") + " in controller client mode " +
+                                        (enable ? "on" : "off") + ", the hook was asked for " +
+                                        (learningAsked_ ? "on" : "off"));
   }
 }
 
@@ -110,6 +116,7 @@ void VtepHelperAnswers::RxnHelper::onHwCleanupConfig() {
 
 void VtepHelperAnswers::RxnHelper::onDataPathLearningDisableConfig() {
   if (rxnMarkedForDeletion()) return;
+  owner()->helper().learningAskedIs(false);
   owner()->answers_.post([owner = owner()] {
     owner->hardware().dataPathLearning = false;
     owner->helper().dataPathLearningDisableStatusIs(owner->helper().dataPathLearningDisableConfig());
@@ -118,6 +125,7 @@ void VtepHelperAnswers::RxnHelper::onDataPathLearningDisableConfig() {
 
 void VtepHelperAnswers::RxnHelper::onDataPathLearningEnableConfig() {
   if (rxnMarkedForDeletion()) return;
+  owner()->helper().learningAskedIs(true);
   owner()->answers_.post([owner = owner()] {
     owner->hardware().dataPathLearning = true;
     owner->helper().dataPathLearningEnableStatusIs(owner->helper().dataPathLearningEnableConfig());
@@ -126,6 +134,7 @@ void VtepHelperAnswers::RxnHelper::onDataPathLearningEnableConfig() {
 
 void VtepHelperAnswers::RxnHelper::onUdpPortConfig() {
   if (rxnMarkedForDeletion()) return;
+  owner()->helper().udpPortAskedIs();
   owner()->answers_.post([owner = owner()] {
     owner->hardware().udpPort = owner->helper().udpPortConfig();
     owner->helper().udpPortStatusIs(owner->helper().udpPortConfig());

@@ -49,6 +49,10 @@ class SimFabHelperVtep : public FabHelper::FabHelperVtep {
   std::uint32_t getMaxRemoteVteps() override { return maxRemoteVteps_; }
 
   VtepHardware& hardware() const { return hardware_; }
+  // The data path learning this hook was last asked for; a new hook starts
+  // from the machine's own start, learning on.
+  void learningAskedIs(bool on) { learningAsked_ = on; }
+  void udpPortAskedIs() { udpPortAsked_ = true; }
 
  private:
   void verifyAddress(char const* what, std::map<Wire::IntfId, Wire::IpAddr> const& programmed,
@@ -57,6 +61,8 @@ class SimFabHelperVtep : public FabHelper::FabHelperVtep {
   VtepHardware& hardware_;
   Rxn::Ptr<Fab::VerifyData const> verifyData_;
   std::uint32_t maxRemoteVteps_;
+  bool learningAsked_ = true;
+  bool udpPortAsked_ = false;
 };
 
 // The chip's side of the hook's handshakes: each request is done, and its

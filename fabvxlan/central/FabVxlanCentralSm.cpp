@@ -67,6 +67,9 @@ void VxlanCentralSm::handleInitialized() {
     recordRestartEntries();
   }
   vtiStatus_.forEach([](RxnVtiStatus* reactor) { reactor->handleInitialized(); });
+  // A kept feature state whose VTIs all vanished while the agent was away
+  // has no VTI reactor to roll it up.
+  updateVxlanState();
   // The flood-set reactor's decision on attach, held back until now.
   handleBumReplicationMode();
   if (inHitlessRestart()) {

@@ -75,6 +75,24 @@ void VniSm::handleInitialized() {
   // Before initializedIs: the machine acts first on the next change of state.
   handleVxlanStateUpdate();
   initializedIs(true);
+  resumeKeptState();
+}
+
+// An agent that kept the feature's state across a restart finds this
+// machine's state where the earlier life left it, with a new hook and an
+// empty map: the machine takes up its part at once, asking the new hook
+// again for an init that was under way.
+void VniSm::resumeKeptState() {
+  Rxn::Ptr<FabVxlanInfo> const info = vxlanInfo();
+  if (info->vniSmState() == FabVxlanState::clean_) {
+    return;
+  }
+  RXN_TRACE(7, " resuming kept state " << info->state() << " vni state " << info->vniSmState());
+  if (info->vniSmState() == FabVxlanState::initializing_) {
+    config_->hwInitInc(1);
+    return;
+  }
+  handleVxlanStateUpdate();
 }
 
 void VniSm::handleVxlanStateUpdate() {

@@ -164,6 +164,7 @@ class VniSm : public Fab::FabBaseSm, public VniSmState {
   // --- The lifecycle and recovery.
   void handleInitialized() override;
   void handleVxlanStateUpdate();
+  void resumeKeptState();
   bool readyForCleanup() const;
   void maybeDoHwCleanup();
   void maybePublishVlanVniMappingReadyStage();

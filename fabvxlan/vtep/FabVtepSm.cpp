@@ -240,6 +240,12 @@ void VtepSm::handleVtepHelperInitStatus() {
       helper->hwCleanupConfig() != helper->hwCleanupStatus()) {
     return;
   }
+  // An answer that a cleanup overtook starts nothing: the tunnel layer is
+  // brought up only by a start, and the next start asks the hook again.
+  if (vxlanInfo()->vtepSmState() != FabVxlanState::initializing_) {
+    RXN_TRACE(7, " ignored hwInit answer in vtep state " << vxlanInfo()->vtepSmState());
+    return;
+  }
   RXN_TRACE(7, " initiating tunnel init " << tunnelConfig_->init() << (hwRestart() ? " is restart" : ""));
   if (hwRestart()) {
     // The tunnel layer stands from an earlier life: its counters must agree.
@@ -363,12 +369,48 @@ void VtepSm::handleActivatedVti() {
   }
 }
 
-// The hook in its neutral state, for a VTI that is not ready or gone.
+// The hook in its neutral state, for a VTI that is not ready or gone. The
+// UDP port is one for the whole chip: it stays while another VTI is ready.
 void VtepSm::neutralizeHook(Wire::IntfId const& vti) {
   Rxn::Ptr<FabHelper::FabHelperVtep> const helper = fabVtepHelper();
-  helper->udpPortConfigIs(Wire::UdpPort());
+  if (!otherReadyVti(vti)) {
+    helper->udpPortConfigIs(Wire::UdpPort());
+  }
   helper->updateLocalVtepSrcIp(vti, kNoAddress);
   helper->updateVarpVtepSrcIp(vti, kNoAddress);
+}
+
+Wire::IntfId VtepSm::otherReadyVti(Wire::IntfId const& vti) const {
+  Wire::IntfId other;
+  vtiStatus_.forEach([this, &vti, &other](RxnVtiStatus* reactor) {
+    if (!other && reactor->fwkKey() != vti && vtiReady(reactor->fwkKey())) {
+      other = reactor->fwkKey();
+    }
+  });
+  return other;
+}
+
+Wire::IntfId VtepSm::vtiOfTunnel(Fab::VrfId const& vrf, SwTunnelGroupId const& id) const {
+  auto lists = [this, &id](Wire::IntfId const& vti) {
+    Rxn::Ptr<VtepConfig const> const config = vtepConfigDir()->vtepConfig(vti);
+    return config && config->remoteVtepList(id);
+  };
+  Wire::IntfId const owner = vrfToVti(vrf);
+  if (!!owner && lists(owner)) {
+    return owner;
+  }
+  for (auto const& [vti, vtiVrf] : vtiToVrf()) {
+    if (vtiVrf == vrf && !!vtepStatusDir_->vtepStatus(vti) && lists(vti)) {
+      return vti;
+    }
+  }
+  return owner;
+}
+
+// A VTI that comes back finds its tunnels standing; nothing about them
+// changes, so no answer would publish them again.
+void VtepSm::republishTunnels() {
+  tunnelStatusEntry_.forEach([](RxnTunnelStatusEntry* entry) { entry->handleTunnelStatus(); });
 }
 
 void VtepSm::handleVtiUp(Wire::IntfId const& vti) {
@@ -400,6 +442,7 @@ void VtepSm::handleVtiUp(Wire::IntfId const& vti) {
   if (Rxn::Ptr<RxnVtepConfig> const config = vtepConfig_(vti)) {
     config->handleRemoteVtep();
   }
+  republishTunnels();
   if (!vtepEventSm_) {
     vtepEventSm_ = vtepEventSmFactory(vtiStatusDir(), vtepEvent_, vxlanInfo(), acsd(), helper, vtepConfigDir());
   }
@@ -413,7 +456,15 @@ void VtepSm::handleVtiDown(Wire::IntfId const& vti) {
   helper->vxlanNaSnoopingIs(false);
   vtepEventSm_ = nullptr;
   vtepStatusDir_->vtepStatusDel(vti);
-  vrfToVtiDel(vtiToVrf(vti));
+  // The VRF that all VTIs share passes to a VTI that is still ready.
+  Fab::VrfId const vrf = vtiToVrf(vti);
+  if (vrfToVti(vrf) == vti) {
+    if (Wire::IntfId const other = otherReadyVti(vti); !!other) {
+      vrfToVtiIs(vrf, other);
+    } else {
+      vrfToVtiDel(vrf);
+    }
+  }
   if (vxlanInfo()->state() == FabVxlanState::cleaning_) {
     maybeDoHwCleanup();
   }
@@ -1022,7 +1073,8 @@ void VtepSm::RxnTunnelStatusEntry::handleTunnelStatus() {
   if (!sm->vrfToVti().contains(key.vrf())) {
     return;
   }
-  Wire::IntfId const vtiIntfId = sm->vrfToVti(key.vrf());
+  Wire::IntfId const vtiIntfId =
+      sm->vtiOfTunnel(key.vrf(), sm->swTunnelIdManager()->getSwTunnelGroupIdForTunnelIp(ip));
   Fab::FabTunnelId const tunnelId = notifier()->tunnelId();
   FabNextHopId const nextHopId = notifier()->nextHopId();
   RXN_TRACE(7,

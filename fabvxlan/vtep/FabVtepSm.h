@@ -224,12 +224,20 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   void checkAndRemoveVtepInfo(Wire::IntfId const& vti);
   // The readiness test of a tunnel for a VTI.
   bool tunnelReady(Wire::IntfId const& vti) const;
+  // The VTI whose tunnel to this remote VTEP an answer of the VRF is for: the
+  // VTI that owns the VRF, or another of the VRF that lists the VTEP. All
+  // VTIs share VRF 0, and a remote VTEP is listed on one VTI at a time.
+  Wire::IntfId vtiOfTunnel(Fab::VrfId const& vrf, Fab::SwTunnelGroupId const& id) const;
 
  private:
   bool vtiReady(Wire::IntfId const& vti) const;
   void requestVerify() const { Fab::requestVerify(verifyData()); }
   void handleDataPathStatus(bool enableAnswered);
   void neutralizeHook(Wire::IntfId const& vti);
+  // A VTI other than this one that is ready, if any.
+  Wire::IntfId otherReadyVti(Wire::IntfId const& vti) const;
+  // What VtepStatus showed of the tunnels that stand, published again.
+  void republishTunnels();
   void recoverTunnelLayer();
   void deleteStaleTunnels();
   Rxn::Ptr<Vxlan::VxlanHwStatus> vxlanHwStatus(Wire::IntfId const& vti) const;

@@ -31,10 +31,25 @@ std::string vtepStep(std::string const& vti, char const* change, std::string con
   return "{\"vtep\": {\"vti\": " + quoted(vti) + ", " + quoted(change) + ": [" + quoted(vtep) + "]}}";
 }
 
+// A remote VTEP is reached through one VTI at a time: all tunnels share one
+// VRF.
+bool listedElsewhere(Sim::Platform const& platform, std::string const& vti, std::string const& vtep) {
+  Fab::SwTunnelGroupId const id = platform.vtepId(Wire::IpAddr::fromString(vtep));
+  for (auto const& [other, config] : platform.vtepConfigDir()->vtepConfig()) {
+    if (other.stringValue() != vti && config->remoteVtepList(id)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 Steps vtepAdd(Maker& maker) {
   std::vector<std::string> const vtis = readyVtis(maker);
   if (vtis.empty()) return {};
-  return {vtepStep(maker.pick(vtis), "add", maker.pick(maker.universe().vteps))};
+  std::string const vti = maker.pick(vtis);
+  std::string const vtep = maker.pick(maker.universe().vteps);
+  if (listedElsewhere(maker.platform(), vti, vtep)) return {};
+  return {vtepStep(vti, "add", vtep)};
 }
 
 // A listed VTEP whose tunnel VtepSm set up: the remote MAC machine asked for

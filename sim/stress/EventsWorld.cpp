@@ -35,11 +35,20 @@ std::string operStatus(bool isUp) {
   return std::string("\"operStatus\": ") + (isUp ? "\"up\"" : "\"down\"");
 }
 
-// A new VTI as configuration makes it: an address, a few mappings, and
-// perhaps a flood group.
+// The UDP port is one for the chip: the configuration gives every VTI the
+// same, that of the VTIs there are.
+std::string sharedUdpPort(Maker& maker) {
+  for (std::string const& name : maker.existingVtis()) {
+    return maker.platform().vtiStatusDir()->vtiStatus(Wire::IntfId(name))->udpPort().stringValue();
+  }
+  return "4789";
+}
+
+// A new VTI as configuration makes it: an address, the shared UDP port, a
+// few mappings, and perhaps a flood group.
 std::string newVtiFields(Maker& maker, bool isUp) {
   std::string fields = "\"localVtepAddr\": " + quoted(maker.pick(maker.universe().localAddresses)) +
-                       ", \"vlanToVni\": " + someMappings(maker);
+                       ", \"udpPort\": " + sharedUdpPort(maker) + ", \"vlanToVni\": " + someMappings(maker);
   if (maker.chance(0.3)) {
     fields += ", \"floodMcastGrp\": " + quoted(maker.pick(maker.universe().groups));
   }
@@ -85,9 +94,15 @@ Steps vtiChange(Maker& maker) {
     case 1:
       field = "\"vArpVtepAddr\": " + quoted(maker.chance(0.5) ? "10.0.9.9" : "0.0.0.0");
       break;
-    case 2:
-      field = std::string("\"udpPort\": ") + (maker.chance(0.5) ? "4789" : "8472");
-      break;
+    case 2: {
+      // Every VTI's port changes together.
+      std::string const port = maker.chance(0.5) ? "4789" : "8472";
+      std::string changes;
+      for (std::string const& name : existing) {
+        changes += (changes.empty() ? "" : ", ") + vtiObject(name, "\"udpPort\": " + port);
+      }
+      return {"{\"vtis\": [" + changes + "]}"};
+    }
     case 3:
       field = std::string("\"datapathLearning\": ") + (maker.chance(0.6) ? "true" : "false");
       break;
@@ -112,8 +127,11 @@ Steps vtisTogether(Maker& maker) {
   std::string changes;
   for (std::size_t n = 2 + maker.below(2); n > 0 && !names.empty(); --n) {
     std::size_t const i = maker.below(names.size());
-    std::string fields = operStatus(maker.chance(0.7));
-    if (maker.chance(0.6)) {
+    bool const isUp = maker.chance(0.7);
+    std::string fields = operStatus(isUp);
+    if (!maker.platform().vtiStatusDir()->vtiStatus(Wire::IntfId(names[i]))) {
+      fields = newVtiFields(maker, isUp);
+    } else if (maker.chance(0.6)) {
       fields = "\"vlanToVni\": " + someMappings(maker) + ", " + fields;
     }
     changes += (changes.empty() ? "" : ", ") + vtiObject(names[i], fields);

@@ -63,13 +63,18 @@ TEST_F(VtepVerifyTest, TheControllerClientModeIsNotVerifiedWhileALearningRequest
   Rxn::Ptr<Vxlan::VtiStatus> const vti = platform().vti(kVxlan1);
   vtiUp(kVxlan1);
   platform().settle();
-  // Learning off outside controller client mode: the chip disagrees once done.
+  // Learning off outside controller client mode, as a control plane without
+  // a controller asks: the chip agrees once done.
   vti->datapathLearningIs(false);
   platform().settle();
-  Failures const off{"data path learning is off outside controller client mode"};
-  EXPECT_EQ(verify(), off);
+  EXPECT_EQ(verify(), Failures{});
+  // A chip that turned learning on behind the machine's back disagrees.
+  platform().vtepHardware().dataPathLearning = true;
+  Failures const on{"data path learning is on in controller client mode off, the hook was asked for off"};
+  EXPECT_EQ(verify(), on);
 
-  // Asked back on: until the platform answers, the chip is not judged.
+  // Asked on: until the platform answers, the chip is not judged.
+  platform().vtepHardware().dataPathLearning = false;
   vti->datapathLearningIs(true);
   EXPECT_FALSE(platform().vtepHardware().dataPathLearning);
   EXPECT_EQ(verify(), Failures{});
