@@ -61,7 +61,10 @@ void checkCentralWhenQuiet(Checks& checks) {
     return;
   }
   Fab::VXLAN::FabVxlanInfo const& info = *platform.vxlanInfo();
-  if (info.activatedVtis() != 0) {
+  // A stop waits for the remote MAC machine to let go, and a start waits for
+  // the stop.
+  bool const stopWaits = info.state() == FabVxlanState::cleaning_ && !remoteMacsAtRest(platform);
+  if (info.activatedVtis() != 0 && !stopWaits) {
     checks.expect("central-initialized-with-a-vti-up", allAt(platform, FabVxlanState::initialized_),
                   [&] { return stateText(info); });
   } else if (remoteMacsAtRest(platform)) {

@@ -298,6 +298,9 @@ void Platform::agentUp(OwnState own) {
   for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
     vniInfo_->activeVxlanVlanIs(vlanId, true);
   }
+  // The new remote MAC machine lists the next hops it uses anew; the tunnel
+  // layer keeps them meanwhile, as FabTunnelConfig asked.
+  vtepConfigDir_->activeNextHopIdListDelAll();
   Rxn::logRateLimitReset();
   publishRecoveredVlanToVniMap();
   republishBootStatus(config_.hitlessRestartSupported);

@@ -47,11 +47,12 @@ void SimFabHelperVtep::updateVarpVtepSrcIp(Wire::IntfId const& vtiIntfId, Wire::
   program(hardware_.varpVtepSrcIp, vtiIntfId, vArpVtepAddr);
 }
 
-// A port asked for and not yet answered is not in the chip yet; after a
+// A port asked for and not yet answered is not in the chip yet (a port
+// asked for and asked back is still on its way); after a
 // hitless restart the chip keeps the port of the earlier life until this
 // life asks for one.
 void SimFabHelperVtep::verifyUdpPort(Wire::IntfId const& vtiIntfId, Wire::UdpPort const& udpPort) {
-  if (udpPortAsked_ && udpPortConfig() == udpPortStatus() && hardware_.udpPort != udpPort) {
+  if (udpPortAsked_ && udpPortAnswersDue_ == 0 && hardware_.udpPort != udpPort) {
     FAB_VERIFY_FAILURE(verifyData_, vtiIntfId.stringValue() + ": UDP port " + udpPort.stringValue() +
                                         " expected, the chip has " + hardware_.udpPort.stringValue());
   }
@@ -134,8 +135,9 @@ void VtepHelperAnswers::RxnHelper::onDataPathLearningEnableConfig() {
 
 void VtepHelperAnswers::RxnHelper::onUdpPortConfig() {
   if (rxnMarkedForDeletion()) return;
-  owner()->helper().udpPortAskedIs();
+  owner()->helper().udpPortAskedIs(+1);
   owner()->answers_.post([owner = owner()] {
+    owner->helper().udpPortAskedIs(-1);
     owner->hardware().udpPort = owner->helper().udpPortConfig();
     owner->helper().udpPortStatusIs(owner->helper().udpPortConfig());
   });

@@ -52,7 +52,11 @@ class SimFabHelperVtep : public FabHelper::FabHelperVtep {
   // The data path learning this hook was last asked for; a new hook starts
   // from the machine's own start, learning on.
   void learningAskedIs(bool on) { learningAsked_ = on; }
-  void udpPortAskedIs() { udpPortAsked_ = true; }
+  // A port request asked (+1) or answered (-1).
+  void udpPortAskedIs(int change) {
+    udpPortAsked_ = true;
+    udpPortAnswersDue_ += change;
+  }
 
  private:
   void verifyAddress(char const* what, std::map<Wire::IntfId, Wire::IpAddr> const& programmed,
@@ -63,6 +67,7 @@ class SimFabHelperVtep : public FabHelper::FabHelperVtep {
   std::uint32_t maxRemoteVteps_;
   bool learningAsked_ = true;
   bool udpPortAsked_ = false;
+  int udpPortAnswersDue_ = 0;
 };
 
 // The chip's side of the hook's handshakes: each request is done, and its

@@ -2,8 +2,9 @@
 
 namespace Sim {
 
-void Checks::fail(char const* check, std::string const& detail) const {
-  throw CheckFailure(check, std::string(check) + (detail.empty() ? "" : ": " + detail));
+void Checks::fail(char const* check, std::string const& detail, bool knownByDetail) const {
+  std::string const text = std::string(check) + (detail.empty() ? "" : ": " + detail);
+  throw CheckFailure(knownByDetail ? text : check, text);
 }
 
 bool Checks::owes(Platform::Answerer answerer) const {
@@ -39,13 +40,10 @@ void StackCheck::verifyMachines() {
   Rxn::Ptr<Fab::VerifyData> const verifyData = platform.acsd()->verifyData();
   verifyData->cliVerifyOutputDelAll();
   verifyData->verifyInc(1);
-  checks_.expect("verify", verifyData->cliVerifyOutputs() == 0, [&] {
-    std::string failures;
-    for (auto const& [function, text] : verifyData->cliVerifyOutput()) {
-      failures += (failures.empty() ? "" : "; ") + text;
-    }
-    return failures;
-  });
+  checks_.expect("verify", true);
+  for (auto const& [function, text] : verifyData->cliVerifyOutput()) {
+    checks_.fail("verify", text, true);
+  }
 }
 
 }  // namespace Sim

@@ -47,7 +47,9 @@ class Checks {
   void expect(char const* check, bool holds) {
     expect(check, holds, [] { return std::string(); });
   }
-  [[noreturn]] void fail(char const* check, std::string const& detail) const;
+  // Fails the check. A failure is known by the check's name, or also by its
+  // detail where the name alone says too little (a verification failure).
+  [[noreturn]] void fail(char const* check, std::string const& detail, bool knownByDetail = false) const;
 
   // Whether the answers of this answerer are held back with some waiting: a
   // quiet platform may still owe them.

@@ -224,6 +224,12 @@ void VtepSm::handleVxlanStateUpdate() {
       break;
     }
     case FabVxlanState::cleaning_:
+      // A machine that finished its cleanup has nothing to take down: an
+      // agent that kept the feature's state restarts it here.
+      if (info->vtepSmState() == FabVxlanState::clean_) {
+        RXN_TRACE(7, " already clean ");
+        break;
+      }
       info->vtepSmStateIs(FabVxlanState::cleaning_);
       vtiStatus_.forEach([this](RxnVtiStatus* reactor) { handleVtiDown(reactor->fwkKey()); });
       maybeDoHwCleanup();
@@ -261,6 +267,12 @@ void VtepSm::handleVtepHelperInitStatus() {
 void VtepSm::handleTunnelInitStatus() {
   Rxn::Ptr<Fab::FabTunnelStatus const> const status = tunnelStatus();
   if (!initialized() || vxlanInfo()->vtepSmState() != FabVxlanState::initializing_) {
+    return;
+  }
+  // The hook comes first: the tunnel layer of an earlier life may answer
+  // before the new hook does, and the hook's answer then goes on from here.
+  if (fabVtepHelper()->hwInitConfig() != fabVtepHelper()->hwInitStatus()) {
+    RXN_TRACE(7, " tunnel layer up, waiting for the hook's init ");
     return;
   }
   if (status->init() != 0 && status->init() == tunnelConfig_->init() && tunnelConfig_->cleanup() == status->cleanup()) {
@@ -409,8 +421,17 @@ Wire::IntfId VtepSm::vtiOfTunnel(Fab::VrfId const& vrf, SwTunnelGroupId const& i
 
 // A VTI that comes back finds its tunnels standing; nothing about them
 // changes, so no answer would publish them again.
-void VtepSm::republishTunnels() {
-  tunnelStatusEntry_.forEach([](RxnTunnelStatusEntry* entry) { entry->handleTunnelStatus(); });
+void VtepSm::republishTunnels(Wire::IntfId const& vti) {
+  Rxn::Ptr<VtepInfoDir> const dir = vtepInfoDir(vti);
+  if (!dir) {
+    return;
+  }
+  tunnelStatusEntry_.forEach([this, &dir](RxnTunnelStatusEntry* entry) {
+    Wire::IpAddr const ip = entry->fwkKey().dst().v4Addr();
+    if (dir->vtepInfo(swTunnelIdManager_->getSwTunnelGroupIdForTunnelIp(ip))) {
+      entry->handleTunnelStatus();
+    }
+  });
 }
 
 void VtepSm::handleVtiUp(Wire::IntfId const& vti) {
@@ -442,7 +463,7 @@ void VtepSm::handleVtiUp(Wire::IntfId const& vti) {
   if (Rxn::Ptr<RxnVtepConfig> const config = vtepConfig_(vti)) {
     config->handleRemoteVtep();
   }
-  republishTunnels();
+  republishTunnels(vti);
   if (!vtepEventSm_) {
     vtepEventSm_ = vtepEventSmFactory(vtiStatusDir(), vtepEvent_, vxlanInfo(), acsd(), helper, vtepConfigDir());
   }

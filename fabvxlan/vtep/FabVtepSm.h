@@ -236,8 +236,8 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   void neutralizeHook(Wire::IntfId const& vti);
   // A VTI other than this one that is ready, if any.
   Wire::IntfId otherReadyVti(Wire::IntfId const& vti) const;
-  // What VtepStatus showed of the tunnels that stand, published again.
-  void republishTunnels();
+  // What VtepStatus showed of the VTI's tunnels that stand, published again.
+  void republishTunnels(Wire::IntfId const& vti);
   void recoverTunnelLayer();
   void deleteStaleTunnels();
   Rxn::Ptr<Vxlan::VxlanHwStatus> vxlanHwStatus(Wire::IntfId const& vti) const;

@@ -91,11 +91,20 @@ RunResult run(RunConfig const& config) {
   std::discrete_distribution<std::size_t> choose(weights.begin(), weights.end());
   RunResult result;
   auto const start = std::chrono::steady_clock::now();
+  // The world moves to an event's time before the event is made, so that
+  // what the generator sees is what the step meets when it is played: a
+  // replay, which runs to each step's time, plays the same.
   std::uint64_t atMs = 0;
   double at = 0.0;
+  auto advance = [&] {
+    atMs += nextGap(random);
+    double const target = static_cast<double>(atMs) / 1000.0;
+    if (target > player.platform().now()) {
+      player.platform().runFor(target - player.platform().now());
+    }
+  };
   auto play = [&](std::vector<std::string> const& steps) {
     for (std::string const& step : steps) {
-      atMs += nextGap(random);
       std::string const line = timed(step, atMs);
       if (config.stepLog >= 0) {
         writeLine(config.stepLog, line);
@@ -108,6 +117,7 @@ RunResult run(RunConfig const& config) {
   };
   while (result.events < config.events) {
     EventKind const& kind = kinds[choose(random)];
+    advance();
     Maker maker(player.platform(), universe, random);
     std::vector<std::string> const steps = kind.make(maker);
     if (steps.empty()) {
@@ -117,6 +127,7 @@ RunResult run(RunConfig const& config) {
     ++result.eventCounts[kind.name];
     play(steps);
   }
+  advance();
   Maker maker(player.platform(), universe, random);
   play(stepsToRest(maker));
   player.finish();
@@ -158,8 +169,8 @@ std::string quoted(std::string const& text) {
 std::string scenarioText(std::uint64_t seed, std::string const& failure, std::vector<std::string> const& steps) {
   Setup const setup = setupOf(seed);
   std::string text = "{\n  \"description\": " +
-                     quoted("fabvxlan-stress, seed " + std::to_string(seed) + ", shrunk to " +
-                            std::to_string(steps.size()) + " steps: " + failure) +
+                     quoted("fabvxlan-stress, seed " + std::to_string(seed) + ", " + std::to_string(steps.size()) +
+                            " steps: " + failure) +
                      ",\n";
   text += "  \"platform\": " + setup.platformJson + ",\n";
   text += "  \"toggles\": " + setup.togglesJson + ",\n";

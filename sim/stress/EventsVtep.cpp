@@ -89,12 +89,13 @@ Steps vtepWithdraw(Maker& maker) {
   return {"{\"vtep\": {\"vti\": " + quoted(maker.pick(candidates)) + ", \"withdraw\": true}}"};
 }
 
-// The next hops that VtepStatus publishes.
+// The next hops that VtepStatus publishes in this life of the agent: the
+// reader lists only what it read since VtepSm learned it.
 std::vector<std::uint32_t> publishedNextHops(Sim::Platform const& platform) {
   std::vector<std::uint32_t> ids;
   for (auto const& [vti, status] : platform.vtepStatusDir()->vtepStatus()) {
     for (auto const& [id, info] : status->hwVtepInfo()) {
-      if (info.nextHopId().valid()) {
+      if (info.nextHopId().valid() && !!platform.vtepSm()->nextHopInfo(info.nextHopId())) {
         ids.push_back(info.nextHopId().value());
       }
     }

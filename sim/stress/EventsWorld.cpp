@@ -35,20 +35,48 @@ std::string operStatus(bool isUp) {
   return std::string("\"operStatus\": ") + (isUp ? "\"up\"" : "\"down\"");
 }
 
-// The UDP port is one for the chip: the configuration gives every VTI the
-// same, that of the VTIs there are.
-std::string sharedUdpPort(Maker& maker) {
-  for (std::string const& name : maker.existingVtis()) {
-    return maker.platform().vtiStatusDir()->vtiStatus(Wire::IntfId(name))->udpPort().stringValue();
-  }
-  return "4789";
+char const* boolText(bool value) {
+  return value ? "true" : "false";
 }
 
-// A new VTI as configuration makes it: an address, the shared UDP port, a
+// The settings that are one for the whole chip (the UDP port, data path
+// learning, the controller client mode): the configuration gives every VTI
+// the same, those of the VTIs there are.
+std::string sharedSettings(Maker& maker) {
+  for (std::string const& name : maker.existingVtis()) {
+    Rxn::Ptr<Vxlan::VtiStatus> const vti = maker.platform().vtiStatusDir()->vtiStatus(Wire::IntfId(name));
+    return "\"udpPort\": " + vti->udpPort().stringValue() + ", \"datapathLearning\": " +
+           boolText(vti->datapathLearning()) + ", \"controllerClientMode\": " + boolText(vti->controllerClientMode());
+  }
+  return "\"udpPort\": 4789";
+}
+
+// One chip-wide setting changes on every VTI in one commit.
+Steps sharedSettingChange(Maker& maker, std::vector<std::string> const& vtis) {
+  std::string field;
+  switch (maker.below(3)) {
+    case 0:
+      field = std::string("\"udpPort\": ") + (maker.chance(0.5) ? "4789" : "8472");
+      break;
+    case 1:
+      field = std::string("\"datapathLearning\": ") + boolText(maker.chance(0.6));
+      break;
+    default:
+      field = std::string("\"controllerClientMode\": ") + boolText(maker.chance(0.5));
+      break;
+  }
+  std::string changes;
+  for (std::string const& name : vtis) {
+    changes += (changes.empty() ? "" : ", ") + vtiObject(name, field);
+  }
+  return {"{\"vtis\": [" + changes + "]}"};
+}
+
+// A new VTI as configuration makes it: an address, the shared settings, a
 // few mappings, and perhaps a flood group.
 std::string newVtiFields(Maker& maker, bool isUp) {
-  std::string fields = "\"localVtepAddr\": " + quoted(maker.pick(maker.universe().localAddresses)) +
-                       ", \"udpPort\": " + sharedUdpPort(maker) + ", \"vlanToVni\": " + someMappings(maker);
+  std::string fields = "\"localVtepAddr\": " + quoted(maker.pick(maker.universe().localAddresses)) + ", " +
+                       sharedSettings(maker) + ", \"vlanToVni\": " + someMappings(maker);
   if (maker.chance(0.3)) {
     fields += ", \"floodMcastGrp\": " + quoted(maker.pick(maker.universe().groups));
   }
@@ -87,29 +115,17 @@ Steps vtiChange(Maker& maker) {
   if (existing.empty()) return {};
   Universe const& u = maker.universe();
   std::string field;
-  switch (maker.below(7)) {
+  switch (maker.below(6)) {
     case 0:
       field = "\"localVtepAddr\": " + quoted(maker.pick(u.localAddresses));
       break;
     case 1:
       field = "\"vArpVtepAddr\": " + quoted(maker.chance(0.5) ? "10.0.9.9" : "0.0.0.0");
       break;
-    case 2: {
-      // Every VTI's port changes together.
-      std::string const port = maker.chance(0.5) ? "4789" : "8472";
-      std::string changes;
-      for (std::string const& name : existing) {
-        changes += (changes.empty() ? "" : ", ") + vtiObject(name, "\"udpPort\": " + port);
-      }
-      return {"{\"vtis\": [" + changes + "]}"};
-    }
+    case 2:
     case 3:
-      field = std::string("\"datapathLearning\": ") + (maker.chance(0.6) ? "true" : "false");
-      break;
+      return sharedSettingChange(maker, existing);
     case 4:
-      field = std::string("\"controllerClientMode\": ") + (maker.chance(0.5) ? "true" : "false");
-      break;
-    case 5:
       field = "\"floodMcastGrp\": " + quoted(maker.chance(0.6) ? maker.pick(u.groups) : "0.0.0.0");
       break;
     default:

@@ -49,18 +49,18 @@ class ScratchFile {
 
 constexpr char const* kFailureMark = "FAILURE ";
 
-// The child's last word: a failure it caught itself, or the assertion that
+// The child's last word: a failure it caught itself ("FAILURE signature\t
+// message"), or the assertion that
 // ended it ("file:line: function: Assertion `expr' failed."), with the text
 // fabAssert printed before its assertion "0".
 void readFailure(std::vector<std::string> const& errors, Outcome& outcome) {
   for (std::size_t i = errors.size(); i-- > 0;) {
     std::string const& line = errors[i];
     if (line.rfind(kFailureMark, 0) == 0) {
-      std::size_t const colon = line.find(": ", std::string(kFailureMark).size());
-      outcome.signature = line.substr(std::string(kFailureMark).size(),
-                                      colon == std::string::npos ? std::string::npos
-                                                                 : colon - std::string(kFailureMark).size());
-      outcome.message = line.substr(std::string(kFailureMark).size());
+      std::size_t const start = std::string(kFailureMark).size();
+      std::size_t const tab = line.find('\t', start);
+      outcome.signature = line.substr(start, tab == std::string::npos ? std::string::npos : tab - start);
+      outcome.message = tab == std::string::npos ? outcome.signature : line.substr(tab + 1);
       return;
     }
     std::size_t const open = line.find("Assertion `");
@@ -93,11 +93,11 @@ Outcome isolated(std::function<void()> const& body) {
     try {
       body();
     } catch (Sim::CheckFailure const& e) {
-      std::fprintf(stderr, "%scheck %s: %s\n", kFailureMark, e.check().c_str(), e.what());
+      std::fprintf(stderr, "%scheck %s\t%s\n", kFailureMark, e.check().c_str(), e.what());
       std::fflush(stderr);
       std::_Exit(3);
     } catch (std::exception const& e) {
-      std::fprintf(stderr, "%sstep refused: %s\n", kFailureMark, e.what());
+      std::fprintf(stderr, "%sstep refused\t%s\n", kFailureMark, e.what());
       std::fflush(stderr);
       std::_Exit(4);
     }

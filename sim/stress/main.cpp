@@ -64,9 +64,11 @@ int main(int argc, char** argv) {
   std::printf("seed %llu failed at step %zu: %s\n  %s\n", static_cast<unsigned long long>(config.seed),
               outcome.steps.size(), outcome.signature.c_str(), outcome.message.c_str());
   std::fflush(stdout);
+  std::string const base = out + "/stress-seed-" + std::to_string(config.seed);
+  std::ofstream(base + ".unshrunk.json") << Stress::scenarioText(config.seed, outcome.signature, outcome.steps);
   std::vector<std::string> const steps =
       Stress::shrink(config.seed, outcome.steps, outcome.signature, static_cast<double>(shrinkSeconds));
-  std::string const path = out + "/stress-seed-" + std::to_string(config.seed) + ".json";
+  std::string const path = base + ".json";
   std::ofstream(path) << Stress::scenarioText(config.seed, outcome.signature, steps);
   Stress::Outcome const replay = Stress::replayFileIsolated(path);
   std::printf("shrunk to %zu steps: %s\nreplay: fabvxlan-sim %s (%s)\n", steps.size(), path.c_str(), path.c_str(),
