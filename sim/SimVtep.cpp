@@ -94,10 +94,15 @@ VtepHelperAnswers::VtepHelperAnswers(Rxn::Ptr<SimFabHelperVtep> const& helper, A
   helper_->hasNotificationActiveIs(true);
 }
 
+// The hook's init and cleanup put the chip's data path learning back to its
+// default, on, which is where the machine starts and where it returns at a
+// cleanup.
 void VtepHelperAnswers::RxnHelper::onHwInitConfig() {
   if (rxnMarkedForDeletion()) return;
   owner()->answers_.post([owner = owner()] {
     owner->hardware().initialized = true;
+    owner->hardware().dataPathLearning = true;
+    owner->helper().learningAskedIs(true);
     owner->helper().hwInitStatusIs(owner->helper().hwInitConfig());
   });
 }
@@ -111,6 +116,8 @@ void VtepHelperAnswers::RxnHelper::onHwCleanupConfig() {
     chip.initialized = false;
     chip.udpPort = Wire::UdpPort();
     chip.vtepHandles.clear();
+    chip.dataPathLearning = true;
+    owner->helper().learningAskedIs(true);
     owner->helper().hwCleanupStatusIs(owner->helper().hwCleanupConfig());
   });
 }

@@ -188,6 +188,13 @@ void VniSm::maybeDoHwCleanup() {
     RXN_TRACE(8, " Not triggering cleanup since vxlanInfo::state is not cleaning");
     return;
   }
+  // A machine whose cleanup was answered asks for none more: wishes of a
+  // VTI that came back meanwhile drain away without touching the hardware,
+  // and a late answer would meet the next start.
+  if (vxlanInfo()->vniSmState() != FabVxlanState::cleaning_) {
+    RXN_TRACE(8, " Not triggering cleanup since vniSmState is " << vxlanInfo()->vniSmState());
+    return;
+  }
   if (!readyForCleanup()) {
     return;
   }

@@ -117,8 +117,21 @@ void VtepSm::handleInitialized() {
   // The VTEP configurations that were there before the start, now that the
   // generations of the previous life are known.
   vtepConfig_.forEach([](RxnVtepConfig* reactor) { reactor->handleInitialized(); });
+  resumeKeptState();
   handleVxlanStateUpdate();
   handleRemoteMacsReady();
+}
+
+// An agent that kept the feature's state across a restart brings a new hook
+// to a machine that is up or cleaning: the hook is told once that it runs,
+// so that its counters pair every later cleanup with an init.
+void VtepSm::resumeKeptState() {
+  FabVxlanState const mine = vxlanInfo()->vtepSmState();
+  Rxn::Ptr<FabHelper::FabHelperVtep> const helper = fabVtepHelper();
+  if ((mine == FabVxlanState::initialized_ || mine == FabVxlanState::cleaning_) && helper->hwInitConfig() == 0) {
+    RXN_TRACE(7, " resuming kept state " << mine << ", the new hook is told it runs");
+    helper->hwInitConfigInc(1);
+  }
 }
 
 // The tunnel layer stood through the restart: the generations of its entries

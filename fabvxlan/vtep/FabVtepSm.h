@@ -239,6 +239,7 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   // What VtepStatus showed of the VTI's tunnels that stand, published again.
   void republishTunnels(Wire::IntfId const& vti);
   void recoverTunnelLayer();
+  void resumeKeptState();
   void deleteStaleTunnels();
   Rxn::Ptr<Vxlan::VxlanHwStatus> vxlanHwStatus(Wire::IntfId const& vti) const;
 
