@@ -129,6 +129,7 @@ void VniSm::handleVxlanStateUpdate() {
           handleVtiDown(vti);
         }
       }
+      maybePublishVlanVniMappingReadyStage();
       if (readyForCleanup()) {
         RXN_TRACE(7, "Triggering hardware cleanup");
         config_->hwCleanupInc(1);
@@ -840,8 +841,11 @@ void VniSm::maybePublishVlanVniMappingReadyStage() {
   FabVxlanState const state = vxlanInfo()->state();
   RXN_TRACE(8, " updateLists: " << updateLists() << " recoveredVlanToVniMaps: " << boot.recoveredVlanToVniMaps()
                                 << " vxlan state: " << state);
+  // A stop during the recovery ends it too, once the lists are drained: what
+  // the earlier life left in the chip then goes with the rest.
+  bool const settled = state == FabVxlanState::initialized_ || state == FabVxlanState::cleaning_;
   bool const ready = !boot.vxlanHitlessRestartSupported() || vtiStatusDir()->vtiStatuss() == 0 ||
-                     boot.recoveredVlanToVniMaps() == 0 || (updateLists() == 0 && state == FabVxlanState::initialized_);
+                     boot.recoveredVlanToVniMaps() == 0 || (updateLists() == 0 && settled);
   if (!ready) {
     return;
   }

@@ -169,6 +169,12 @@ void VtepSm::handleRemoteMacsReady() {
     RXN_TRACE(7, " stageRemoteMacsReady() is False");
     return;
   }
+  endRecovery();
+}
+
+// What the earlier life left and the new one did not confirm goes: next
+// hops nobody uses again, and tunnels no VTEP came back for.
+void VtepSm::endRecovery() {
   for (auto const& [nextHopId, pending] : pendingActiveNextHopId()) {
     RXN_TRACE(7, " Delete stale nhid: " << nextHopId);
     RXN_RING(7, " Delete stale nhid: %u", nextHopId.value());
@@ -245,6 +251,12 @@ void VtepSm::handleVxlanStateUpdate() {
       }
       info->vtepSmStateIs(FabVxlanState::cleaning_);
       vtiStatus_.forEach([this](RxnVtiStatus* reactor) { handleVtiDown(reactor->fwkKey()); });
+      // A stop ends a hitless recovery: nothing more will come back, and the
+      // cleanup waits for every tunnel.
+      if (inHitlessRecovery()) {
+        RXN_TRACE(7, " stopping during a hitless recovery: stale tunnels go");
+        endRecovery();
+      }
       maybeDoHwCleanup();
       break;
     case FabVxlanState::clean_:
@@ -327,7 +339,16 @@ void VtepSm::maybeDoHwCleanup() {
 }
 
 void VtepSm::handleTunnelCleanupStatus() {
-  if (!initialized() || vxlanInfo()->vtepSmState() != FabVxlanState::cleaning_) {
+  if (!initialized()) {
+    return;
+  }
+  // A cleanup of an earlier life answered after the new start's init: the
+  // tunnel layer is up once both of its counters agree, whichever came last.
+  if (vxlanInfo()->vtepSmState() == FabVxlanState::initializing_) {
+    handleTunnelInitStatus();
+    return;
+  }
+  if (vxlanInfo()->vtepSmState() != FabVxlanState::cleaning_) {
     return;
   }
   if (tunnelConfig_->cleanup() == tunnelStatus()->cleanup()) {

@@ -241,6 +241,7 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   void recoverTunnelLayer();
   void resumeKeptState();
   void deleteStaleTunnels();
+  void endRecovery();
   Rxn::Ptr<Vxlan::VxlanHwStatus> vxlanHwStatus(Wire::IntfId const& vti) const;
 
   Rxn::ReactorPtr<RxnVerifyData> verifyData_;
