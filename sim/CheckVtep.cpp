@@ -50,12 +50,10 @@ void checkTunnelsAnswered(Checks& checks) {
   }
 }
 
-}  // namespace
-
-// What VtepStatus publishes for the VTIs that VtepSm serves, and what the
-// reader uses, is allocated in the tunnel layer. (What an earlier life
-// published stands until the new one serves the VTI.)
-void checkVtepAfterStep(Checks& checks) {
+// What VtepStatus publishes for the VTIs that VtepSm serves is allocated in
+// the tunnel layer. (What an earlier life published stands until the new one
+// serves the VTI.)
+void checkPublishedAllocated(Checks& checks) {
   Platform& platform = checks.platform();
   SimTunnelLayer const& layer = platform.tunnelLayer();
   for (auto const& [vti, status] : platform.vtepStatusDir()->vtepStatus()) {
@@ -71,9 +69,22 @@ void checkVtepAfterStep(Checks& checks) {
                     [&] { return vti.stringValue() + " " + info.stringValue(); });
     }
   }
+}
+
+}  // namespace
+
+// What the reader uses is allocated; so is what VtepStatus publishes, where
+// generation ids tell a tunnel's lives apart. Without them a tunnel asked for
+// again while its removal is on its way takes the old answer at once, until
+// the new one comes.
+void checkVtepAfterStep(Checks& checks) {
+  Platform& platform = checks.platform();
   for (auto const& [nhId, active] : platform.vtepConfigDir()->activeNextHopIdList()) {
-    checks.expect("active-next-hop-allocated", !layer.nextHopIdFree(nhId.value()),
+    checks.expect("active-next-hop-allocated", !platform.tunnelLayer().nextHopIdFree(nhId.value()),
                   [&] { return nhId.stringValue(); });
+  }
+  if (platform.config().useUniqGenId) {
+    checkPublishedAllocated(checks);
   }
 }
 
@@ -85,6 +96,7 @@ void checkVtepWhenQuiet(Checks& checks) {
   }
   checkHookAnswered(checks, *platform.fabHelperVtep());
   checkTunnelsAnswered(checks);
+  checkPublishedAllocated(checks);
   if (platform.vxlanInfo()->activatedVtis() == 0 && remoteMacsAtRest(platform)) {
     SimTunnelLayer const& layer = platform.tunnelLayer();
     checks.expect("tunnel-layer-empty-at-rest", layer.tunnelsInUse() == 0 && layer.nextHopsInUse() == 0, [&] {

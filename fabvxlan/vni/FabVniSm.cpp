@@ -327,13 +327,13 @@ void VniSm::RxnVlanConfig::handleVlanUpdate() {
     sm->vtiStatus_.forEach([&vlanId](RxnVtiStatus* vti) { vti->handleVlanVniMap(vlanId); });
     return;
   }
-  // Remove the mapping of every VTI where the shadow or the queue shows one.
+  // Remove the mapping of every VTI where the shadow or the queue shows one,
+  // or a row stands that the platform could not program.
   sm->vtiStatus_.forEach([sm, &vlanId](RxnVtiStatus* reactor) {
     Wire::IntfId const vti = reactor->fwkKey();
     Rxn::Ptr<VlanVniMapShadow> const shadow = sm->vniInfo()->vlanVniMapShadow(vti);
     bool const inShadow = shadow && !!shadow->vlanVniMap(vlanId);
-    bool const queued = sm->updateList(vlanId).vtiIntfId() == vti || sm->pendingRemoveList(vlanId).vtiIntfId() == vti;
-    if (inShadow || queued) {
+    if (inShadow || sm->holderOf(vlanId) == vti) {
       sm->updateVlanVniMap(vti, vlanId, kNoVni);
     }
   });
