@@ -97,6 +97,15 @@ void checkVtepWhenQuiet(Checks& checks) {
   checkHookAnswered(checks, *platform.fabHelperVtep());
   checkTunnelsAnswered(checks);
   checkPublishedAllocated(checks);
+  // The learning the feature publishes is the chip's, once no request is out.
+  Fab::VXLAN::FabVxlanInfo const& info = *platform.vxlanInfo();
+  if (info.vtepSmState() == Fab::VXLAN::FabVxlanState::initialized_ && !platform.vtepSm()->vccModeUpdatePending()) {
+    checks.expect("vtep-learning-published-as-in-chip",
+                  info.datapathLearning() == platform.vtepHardware().dataPathLearning, [&] {
+                    return std::string("published ") + (info.datapathLearning() ? "on" : "off") + ", the chip " +
+                           (platform.vtepHardware().dataPathLearning ? "on" : "off");
+                  });
+  }
   if (platform.vxlanInfo()->activatedVtis() == 0 && remoteMacsAtRest(platform)) {
     SimTunnelLayer const& layer = platform.tunnelLayer();
     checks.expect("tunnel-layer-empty-at-rest", layer.tunnelsInUse() == 0 && layer.nextHopsInUse() == 0, [&] {

@@ -76,14 +76,15 @@ void SimFabHelperVtep::verifyVarpVtepSrcIp(Wire::IntfId const& vtiIntfId, Wire::
   verifyAddress("virtual-ARP VTEP address", hardware_.varpVtepSrcIp, vtiIntfId, vArpVtepSrcIp);
 }
 
-// Whatever the mode, the chip learns from the data path as the hook was last
-// asked; verification runs only with no learning request out.
+// Whatever the mode, the chip learns from the data path as the hook last
+// answered: only a fault behind the hook's back makes them differ.
+// Verification runs only with no learning request out.
 void SimFabHelperVtep::verifyVccMode(bool enable) {
-  if (hardware_.dataPathLearning != learningAsked_) {
+  if (hardware_.dataPathLearning != learningAnswered_) {
     FAB_VERIFY_FAILURE(verifyData_, std::string("data path learning is ") +
                                         (hardware_.dataPathLearning ? "on" : "off") + " in controller client mode " +
-                                        (enable ? "on" : "off") + ", the hook was asked for " +
-                                        (learningAsked_ ? "on" : "off"));
+                                        (enable ? "on" : "off") + ", the hook answered " +
+                                        (learningAnswered_ ? "on" : "off"));
   }
 }
 
@@ -94,15 +95,10 @@ VtepHelperAnswers::VtepHelperAnswers(Rxn::Ptr<SimFabHelperVtep> const& helper, A
   helper_->hasNotificationActiveIs(true);
 }
 
-// The hook's init and cleanup put the chip's data path learning back to its
-// default, on, which is where the machine starts and where it returns at a
-// cleanup.
 void VtepHelperAnswers::RxnHelper::onHwInitConfig() {
   if (rxnMarkedForDeletion()) return;
   owner()->answers_.post([owner = owner()] {
     owner->hardware().initialized = true;
-    owner->hardware().dataPathLearning = true;
-    owner->helper().learningAskedIs(true);
     owner->helper().hwInitStatusIs(owner->helper().hwInitConfig());
   });
 }
@@ -111,31 +107,29 @@ void VtepHelperAnswers::RxnHelper::onHwCleanupConfig() {
   if (rxnMarkedForDeletion()) return;
   owner()->answers_.post([owner = owner()] {
     // The cleanup frees what the hook holds, VTEP handles of an earlier life
-    // that the new one never asked for included.
+    // that the new one never asked for included, and puts data path learning
+    // back to its default, on, where the machine returns at a cleanup.
     VtepHardware& chip = owner->hardware();
     chip.initialized = false;
     chip.udpPort = Wire::UdpPort();
     chip.vtepHandles.clear();
-    chip.dataPathLearning = true;
-    owner->helper().learningAskedIs(true);
+    owner->helper().learningIs(true);
     owner->helper().hwCleanupStatusIs(owner->helper().hwCleanupConfig());
   });
 }
 
 void VtepHelperAnswers::RxnHelper::onDataPathLearningDisableConfig() {
   if (rxnMarkedForDeletion()) return;
-  owner()->helper().learningAskedIs(false);
   owner()->answers_.post([owner = owner()] {
-    owner->hardware().dataPathLearning = false;
+    owner->helper().learningIs(false);
     owner->helper().dataPathLearningDisableStatusIs(owner->helper().dataPathLearningDisableConfig());
   });
 }
 
 void VtepHelperAnswers::RxnHelper::onDataPathLearningEnableConfig() {
   if (rxnMarkedForDeletion()) return;
-  owner()->helper().learningAskedIs(true);
   owner()->answers_.post([owner = owner()] {
-    owner->hardware().dataPathLearning = true;
+    owner->helper().learningIs(true);
     owner->helper().dataPathLearningEnableStatusIs(owner->helper().dataPathLearningEnableConfig());
   });
 }

@@ -49,9 +49,11 @@ class SimFabHelperVtep : public FabHelper::FabHelperVtep {
   std::uint32_t getMaxRemoteVteps() override { return maxRemoteVteps_; }
 
   VtepHardware& hardware() const { return hardware_; }
-  // The data path learning this hook was last asked for; a new hook starts
-  // from the machine's own start, learning on.
-  void learningAskedIs(bool on) { learningAsked_ = on; }
+  // The hook programs the chip's data path learning, and remembers it.
+  void learningIs(bool on) {
+    hardware_.dataPathLearning = on;
+    learningAnswered_ = on;
+  }
   // A port request asked (+1) or answered (-1).
   void udpPortAskedIs(int change) {
     udpPortAsked_ = true;
@@ -65,7 +67,7 @@ class SimFabHelperVtep : public FabHelper::FabHelperVtep {
   VtepHardware& hardware_;
   Rxn::Ptr<Fab::VerifyData const> verifyData_;
   std::uint32_t maxRemoteVteps_;
-  bool learningAsked_ = true;
+  bool learningAnswered_ = true;
   bool udpPortAsked_ = false;
   int udpPortAnswersDue_ = 0;
 };

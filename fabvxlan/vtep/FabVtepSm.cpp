@@ -88,6 +88,8 @@ void VtepSm::handleInitialized() {
                                       << " tunnel cleanup config " << tunnelConfig_->cleanup()
                                       << " tunnel cleanup status " << status->cleanup());
   initializedIs(true);
+  // Before anything else is asked of the hook.
+  resumeKeptState();
   vtepEventCountsIs("vtepEventCounts");
   genIdIs(clockMicroseconds());
   RXN_TRACE(7, " initial genId " << genId());
@@ -117,7 +119,6 @@ void VtepSm::handleInitialized() {
   // The VTEP configurations that were there before the start, now that the
   // generations of the previous life are known.
   vtepConfig_.forEach([](RxnVtepConfig* reactor) { reactor->handleInitialized(); });
-  resumeKeptState();
   handleVxlanStateUpdate();
   handleRemoteMacsReady();
 }
@@ -131,6 +132,10 @@ void VtepSm::resumeKeptState() {
   if ((mine == FabVxlanState::initialized_ || mine == FabVxlanState::cleaning_) && helper->hwInitConfig() == 0) {
     RXN_TRACE(7, " resuming kept state " << mine << ", the new hook is told it runs");
     helper->hwInitConfigInc(1);
+    // The modes the earlier life published are those the chip has.
+    controllerClientModeIs(vxlanInfo()->controllerClientMode());
+    datapathLearningIs(vxlanInfo()->datapathLearning());
+    updateDatapathLearning();
   }
 }
 
@@ -237,6 +242,10 @@ void VtepSm::handleVxlanStateUpdate() {
                                first->notifier()->datapathLearning() != datapathLearning())) {
         controllerClientModeIs(first->notifier()->controllerClientMode());
         datapathLearningIs(first->notifier()->datapathLearning());
+        updateDatapathLearning();
+      } else if (helper->dataPathLearningEnableConfig() == 0 && helper->dataPathLearningDisableConfig() == 0) {
+        // A new hook over a chip that an earlier life may have left learning
+        // otherwise is told once what the machine starts from.
         updateDatapathLearning();
       }
       helper->hwInitConfigInc(1);

@@ -143,16 +143,17 @@ TEST_F(SmallTableTest, AFullTableLeavesTheRowUnprogrammedVisiblyAndLogsOnce) {
             "%ETH-4-VNIVLANMAPFULL: Unable to program VLAN 12 to VNI 10012 mapping due to hardware resource "
             "exhaustion.");
 
-  // No retry: room alone changes nothing, a new wish goes the ordinary way.
-  maps(10, 0);
-  platform().settle();
-  EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
   // The unprogrammed mark goes with its row.
   maps(12, 0);
   platform().settle();
   EXPECT_FALSE(!!configRow(12));
   EXPECT_FALSE(!!hw.pendingVlanToVniMap(Bridging::VlanId(12)));
   maps(12, 10012);
+  platform().settle();
+  EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::full_);
+
+  // Room frees up: the refused row is sent again, and fits.
+  maps(10, 0);
   platform().settle();
   EXPECT_EQ(statusRow(12).tableAddStatus(), FabTypes::success_);
   EXPECT_EQ(shadowVni(12), 10012U);

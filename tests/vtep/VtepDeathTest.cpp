@@ -108,6 +108,7 @@ class OwnHookTest : public SimFixture {
   // The VTI up, the handshakes answered, the other machines ready.
   void featureUp() {
     vtiUp(kVxlan1);
+    hook_->dataPathLearningEnableStatusIs(hook_->dataPathLearningEnableConfig());
     hook_->hwInitStatusIs(hook_->hwInitConfig());
     platform().runUntilIdle();
     info().vniSmStateIs(FabVxlanState::initialized_);

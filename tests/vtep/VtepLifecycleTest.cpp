@@ -127,6 +127,8 @@ TEST_F(VtepLifecycleTest, OneLearningRequestIsOutAndTheGoalThatStandsAtItsEndIsR
   vtiUp(kVxlan1);
   platform().runFor(2);
   ASSERT_EQ(info().state(), FabVxlanState::initialized_);
+  // The start tells the new hook what the machine starts from.
+  EXPECT_EQ(hook().dataPathLearningEnableConfig(), 1U);
 
   // The goal flips twice while a request is out: no second request, and the
   // answer publishes the goal it started from.
@@ -137,14 +139,14 @@ TEST_F(VtepLifecycleTest, OneLearningRequestIsOutAndTheGoalThatStandsAtItsEndIsR
   vti->datapathLearningIs(false);
   platform().runFor(1);
   EXPECT_EQ(hook().dataPathLearningDisableConfig(), 1U);
-  EXPECT_EQ(hook().dataPathLearningEnableConfig(), 0U);
+  EXPECT_EQ(hook().dataPathLearningEnableConfig(), 1U);
   EXPECT_FALSE(info().datapathLearning());
   EXPECT_FALSE(platform().vtepHardware().dataPathLearning);
 
   // The goal changes for good while the platform works: the answer asks
   // again, and only the last goal is published.
   vti->datapathLearningIs(true);
-  EXPECT_EQ(hook().dataPathLearningEnableConfig(), 1U);
+  EXPECT_EQ(hook().dataPathLearningEnableConfig(), 2U);
   vti->datapathLearningIs(false);
   vti->controllerClientModeIs(true);
   EXPECT_FALSE(info().controllerClientMode());  // left to the end of the request
@@ -160,7 +162,7 @@ TEST_F(VtepLifecycleTest, OneLearningRequestIsOutAndTheGoalThatStandsAtItsEndIsR
   vti->controllerClientModeIs(false);
   EXPECT_FALSE(info().controllerClientMode());
   EXPECT_FALSE(info().datapathLearning());
-  EXPECT_EQ(hook().dataPathLearningDisableConfig() + hook().dataPathLearningEnableConfig(), 3U);
+  EXPECT_EQ(hook().dataPathLearningDisableConfig() + hook().dataPathLearningEnableConfig(), 4U);
 }
 
 TEST_F(VtepLifecycleTest, AnAnswerWhileCleaningIsDroppedAndTheCleanMachineStartsOver) {

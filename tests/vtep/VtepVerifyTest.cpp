@@ -70,7 +70,7 @@ TEST_F(VtepVerifyTest, TheControllerClientModeIsNotVerifiedWhileALearningRequest
   EXPECT_EQ(verify(), Failures{});
   // A chip that turned learning on behind the machine's back disagrees.
   platform().vtepHardware().dataPathLearning = true;
-  Failures const on{"data path learning is on in controller client mode off, the hook was asked for off"};
+  Failures const on{"data path learning is on in controller client mode off, the hook answered off"};
   EXPECT_EQ(verify(), on);
 
   // Asked on: until the platform answers, the chip is not judged.
