@@ -858,6 +858,9 @@ void VniSm::maybePublishVlanVniMappingReadyStage() {
     }
   }
   boot.stageVlanVniMappingReadyIs(true);
+  // The platform now removes what the earlier life left and this one did not
+  // ask for again: rows refused for want of room may fit.
+  retryUnprogrammedMappings();
 }
 
 // --- Verification ----------------------------------------------------------------------------------------
