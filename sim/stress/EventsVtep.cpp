@@ -31,12 +31,17 @@ std::string vtepStep(std::string const& vti, char const* change, std::string con
   return "{\"vtep\": {\"vti\": " + quoted(vti) + ", " + quoted(change) + ": [" + quoted(vtep) + "]}}";
 }
 
-// A remote VTEP is reached through one VTI at a time: all tunnels share one
-// VRF.
-bool listedElsewhere(Sim::Platform const& platform, std::string const& vti, std::string const& vtep) {
+// A remote VTEP is reached through one VTI at a time, listed or draining: all
+// tunnels share one VRF.
+bool heldElsewhere(Sim::Platform const& platform, std::string const& vti, std::string const& vtep) {
   Fab::SwTunnelGroupId const id = platform.vtepId(Wire::IpAddr::fromString(vtep));
   for (auto const& [other, config] : platform.vtepConfigDir()->vtepConfig()) {
     if (other.stringValue() != vti && config->remoteVtepList(id)) {
+      return true;
+    }
+  }
+  for (auto const& [other, dir] : platform.vtepSm()->vtepInfoDir()) {
+    if (other.stringValue() != vti && dir->vtepInfo(id)) {
       return true;
     }
   }
@@ -48,7 +53,7 @@ Steps vtepAdd(Maker& maker) {
   if (vtis.empty()) return {};
   std::string const vti = maker.pick(vtis);
   std::string const vtep = maker.pick(maker.universe().vteps);
-  if (listedElsewhere(maker.platform(), vti, vtep)) return {};
+  if (heldElsewhere(maker.platform(), vti, vtep)) return {};
   return {vtepStep(vti, "add", vtep)};
 }
 
