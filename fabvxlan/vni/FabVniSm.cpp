@@ -121,14 +121,7 @@ void VniSm::handleVxlanStateUpdate() {
       return;
     case FabVxlanState::cleaning_:
       info->vniSmStateIs(FabVxlanState::cleaning_);
-      // Every row goes before the cleanup: those in force, and those that
-      // the platform could not program, which no list holds.
-      if (holdsUnqueuedRows()) {
-        RXN_TRACE(7, "Flushing any remaining VLAN-VNI Mappings from hardware");
-        for (Wire::IntfId const& vti : vtisHoldingRows()) {
-          handleVtiDown(vti);
-        }
-      }
+      flushRemainingRows();
       maybePublishVlanVniMappingReadyStage();
       if (readyForCleanup()) {
         RXN_TRACE(7, "Triggering hardware cleanup");
@@ -196,11 +189,25 @@ void VniSm::maybeDoHwCleanup() {
     RXN_TRACE(8, " Not triggering cleanup since vniSmState is " << vxlanInfo()->vniSmState());
     return;
   }
+  flushRemainingRows();
   if (!readyForCleanup()) {
     return;
   }
   RXN_TRACE(7, " Triggering hardware cleanup");
   config_->hwCleanupInc(1);
+}
+
+// Every row goes before the cleanup: those in force, and those that the
+// platform could not program, which no list holds (a refusal answered while
+// cleaning for a VTI that came back meanwhile leaves one).
+void VniSm::flushRemainingRows() {
+  if (!holdsUnqueuedRows()) {
+    return;
+  }
+  RXN_TRACE(7, "Flushing any remaining VLAN-VNI Mappings from hardware");
+  for (Wire::IntfId const& vti : vtisHoldingRows()) {
+    handleVtiDown(vti);
+  }
 }
 
 void VniSm::RxnHelperVniStatus::handleHwInit() {

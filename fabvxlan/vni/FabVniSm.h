@@ -177,6 +177,7 @@ class VniSm : public Fab::FabBaseSm, public VniSmState {
   bool shadowEmpty() const;
   // Whether a mapping is in force, or a row stands that no list will remove.
   bool holdsUnqueuedRows() const;
+  void flushRemainingRows();
   std::set<Wire::IntfId> vtisHoldingRows() const;
   std::set<Bridging::VlanId> vlansHeldBy(Wire::IntfId const& vti) const;
   void reclaimVlan(Bridging::VlanId const& vlanId);
