@@ -187,6 +187,22 @@ void VtepSm::endRecovery() {
   }
   pendingActiveNextHopIdDelAll();
   deleteStaleTunnels();
+  withdrawUnheldPublications();
+}
+
+// What the earlier life published for a VTI and this one does not hold: the
+// VTEP came back through another VTI, or not at all.
+void VtepSm::withdrawUnheldPublications() {
+  for (auto const& [vti, status] : vtepStatusDir_->vtepStatus()) {
+    Rxn::Ptr<VtepInfoDir> const dir = vtepInfoDir(vti);
+    for (auto it = status->hwVtepInfo().begin(); it != status->hwVtepInfo().end(); ++it) {
+      SwTunnelGroupId const id = it.key();
+      if (!dir || !dir->vtepInfo(id)) {
+        RXN_TRACE(7, " Withdraw stale vtep status: " << vti << " " << id);
+        status->hwVtepInfoDel(id);
+      }
+    }
+  }
 }
 
 // A tunnel entry of the previous life that no VTEP came back for.

@@ -242,6 +242,7 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   void resumeKeptState();
   void deleteStaleTunnels();
   void endRecovery();
+  void withdrawUnheldPublications();
   Rxn::Ptr<Vxlan::VxlanHwStatus> vxlanHwStatus(Wire::IntfId const& vti) const;
 
   Rxn::ReactorPtr<RxnVerifyData> verifyData_;
