@@ -348,6 +348,11 @@ int LearnWire::open() const {
   return ::fcntl(ends_[0], F_DUPFD_CLOEXEC, 0);
 }
 
+bool LearnWire::pending() const {
+  std::uint8_t byte = 0;
+  return ::recv(ends_[0], &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) >= 0;
+}
+
 void LearnWire::send(std::vector<std::uint8_t> const& frame) const {
   if (::send(ends_[1], frame.data(), frame.size(), MSG_DONTWAIT) < 0) {
     RXN_TRACE(1, "learn wire: frame lost, errno " << errno);

@@ -195,6 +195,8 @@ class LearnWire {
   // A descriptor of the reading end, for VtepEventSm to own.
   int open() const;
   void send(std::vector<std::uint8_t> const& frame) const;
+  // Whether a frame waits, unread, on the wire.
+  bool pending() const;
 
  private:
   int ends_[2] = {-1, -1};

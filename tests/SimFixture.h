@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sim/SimPlatform.h"
+#include "sim/StackCheck.h"
 
 namespace FabTest {
 
@@ -80,6 +81,21 @@ class SimFixture : public ::testing::Test {
     platform_.settle();
     SCOPED_TRACE("after the restart");
     verify();
+  }
+
+  // The whole-stack checks of the simulated platform hold now; settled, the
+  // checks of a quiet platform too. Returns the failure, or "".
+  std::string stackFailure(bool settled = true) {
+    Sim::StackCheck check(platform_);
+    try {
+      check.afterStep();
+      if (settled) {
+        check.whenQuiet();
+      }
+    } catch (Sim::CheckFailure const& e) {
+      return e.what();
+    }
+    return "";
   }
 
   // The VTEPs of a BUM list, sorted, or "none".

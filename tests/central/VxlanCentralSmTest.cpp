@@ -158,14 +158,27 @@ TEST_F(HandshakeTest, DroppingTheMachineWithdrawsVtisUnlessARestartIsComing) {
   EXPECT_FALSE(last->activatedVti(kVxlan1));
 }
 
+// The agent kept the feature's state, initialized_ with Vxlan1 activated;
+// Vxlan1 was deleted while it was away. It is forgotten, and since no VTI is
+// left, the feature stops and its hardware is cleaned.
 TEST_F(HandshakeTest, AVtiDeletedWhileTheAgentIsAwayIsNotActivatedAfterIt) {
+  platform().vlanVniIs(kVxlan1, Bridging::VlanId(10), Vxlan::VniExtOrNone(10010));
+  platform().bridgingConfig()->vlanConfigIs(Bridging::VlanId(10));
   vtiUp(kVxlan1);
-  platform().runFor(2);
+  platform().settle();
+  ASSERT_EQ(platform().vniTable().mappings.size(), 1U);
   platform().agentDown();
   platform().vtiDel(kVxlan1);
-  platform().agentUp();
+  platform().agentUp(Sim::OwnState::kept);
   EXPECT_EQ(info().activatedVtis(), 0U);
   EXPECT_TRUE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  platform().settle();
+  EXPECT_EQ(info().state(), clean_);
+  EXPECT_EQ(info().vniSmState(), clean_);
+  EXPECT_EQ(info().vtepSmState(), clean_);
+  EXPECT_TRUE(platform().vniTable().mappings.empty());
+  EXPECT_EQ(platform().tunnelConfig()->init(), platform().tunnelConfig()->cleanup());
+  EXPECT_EQ(stackFailure(), "");
   vtiUp(kVxlan2);
   platform().runFor(2);
   vtiUp(kVxlan2, false);

@@ -1,0 +1,71 @@
+// Orders of events that once broke VtepSm: an init answer that a cleanup
+// overtook after a start over a standing tunnel layer, and several VTIs that
+// share the chip's UDP port and the one VRF of all tunnels.
+
+#include <gtest/gtest.h>
+
+#include "tests/SimFixture.h"
+
+namespace FabTest {
+namespace {
+
+using Fab::VXLAN::FabVxlanState;
+using Answerer = Sim::Platform::Answerer;
+
+using VtepOrderTest = SimFixture;
+
+TEST_F(VtepOrderTest, AnInitAnswerThatACleanupOvertookBringsNoTunnelLayerUp) {
+  vtiUp(kVxlan1);
+  platform().settle();
+  // The agent restarts over the standing tunnel layer; the hook is slow.
+  platform().agentDown();
+  platform().answersAre({0, true}, Answerer::vtepHook);
+  platform().agentUp();
+  platform().runUntilIdle();
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::initializing_);
+  // The VTI goes before the hook answers: the tunnel layer is cleaned first.
+  vtiUp(kVxlan1, false);
+  platform().runFor(1);
+  platform().answersAre({0, false}, Answerer::vtepHook);
+  platform().settle();
+  EXPECT_EQ(info().state(), FabVxlanState::clean_);
+  EXPECT_EQ(tunnelConfig().init(), tunnelConfig().cleanup());
+  EXPECT_EQ(platform().tunnelStatus()->init(), platform().tunnelStatus()->cleanup());
+  EXPECT_EQ(stackFailure(), "");
+}
+
+TEST_F(VtepOrderTest, SeveralVtisShareThePortAndTheVrfOfTheTunnels) {
+  for (Wire::IntfId const& vti : {kVxlan1, kVxlan2}) {
+    platform().vti(vti)->udpPortIs(Wire::UdpPort(4789));
+    vtiUp(vti);
+  }
+  platform().settle();
+  ASSERT_EQ(info().state(), FabVxlanState::initialized_);
+  remoteVtep("10.0.0.2");
+  platform().settle();
+  std::uint32_t const first = publishedNextHop("10.0.0.2");
+  ASSERT_NE(first, 0xFFFFFFFFU);
+
+  // Vxlan1 flaps while Vxlan2 keeps the feature up: its tunnel is published
+  // again, though nothing about it changed.
+  vtiUp(kVxlan1, false);
+  EXPECT_FALSE(!!platform().vtepStatusDir()->vtepStatus(kVxlan1));
+  vtiUp(kVxlan1);
+  platform().settle();
+  EXPECT_EQ(publishedNextHop("10.0.0.2"), first);
+  EXPECT_EQ(stackFailure(), "");
+
+  // Vxlan2 goes: the port stays for Vxlan1, and so does the VRF, so that the
+  // tunnel layer's next answer for Vxlan1's VTEP is taken.
+  vtiUp(kVxlan2, false);
+  platform().settle();
+  EXPECT_EQ(hook().udpPortConfig(), Wire::UdpPort(4789));
+  EXPECT_EQ(vtepSm().vrfToVti(Fab::VrfId()), kVxlan1);
+  ASSERT_TRUE(platform().tunnelLayer().switchNextHop(Wire::IpAddr::fromString("10.0.0.2")));
+  platform().settle();
+  EXPECT_NE(publishedNextHop("10.0.0.2"), first);
+  EXPECT_EQ(stackFailure(), "");
+}
+
+}  // namespace
+}  // namespace FabTest
