@@ -376,9 +376,12 @@ void VtepSm::handleTunnelCleanupStatus() {
   if (vxlanInfo()->vtepSmState() != FabVxlanState::cleaning_) {
     return;
   }
+  // The hook goes after the tunnel layer, and only once the layer is down:
+  // an init that a start asked for after the cleanup brought it up again,
+  // and it is cleaned once more first.
   if (tunnelConfig_->cleanup() == tunnelStatus()->cleanup()) {
-    RXN_TRACE(7, " initiating vtep helper cleanup ");
-    fabVtepHelper()->hwCleanupConfigInc(1);
+    RXN_TRACE(7, " tunnel cleanup answered ");
+    maybeDoHwCleanup();
   }
 }
 
