@@ -5,16 +5,19 @@
 #   make bench  build and run the benchmarks, writing JSON under build/bench/
 #   make examples  regenerate the expected output of the example scenarios
 #   make fuzz   build the libFuzzer targets with clang and fuzz for FUZZ_SECONDS
+#   make stress run the randomized whole-stack driver for EVENTS events from SEED
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
+EVENTS     ?= 1000000
+SEED       ?= 1
 JOBS       ?= $(shell nproc)
 PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev
 SUDO       := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps fuzz-deps build asan run test bench examples fuzz format clean
+.PHONY: all deps fuzz-deps build asan run test bench examples fuzz stress format clean
 
 all: build
 
@@ -70,6 +73,11 @@ fuzz: fuzz-deps $(FUZZ_BUILD)/build.ninja
 	@corpus=$$(mktemp -d) && trap 'rm -rf "$$corpus"' EXIT && \
 	$(FUZZ_BUILD)/fuzz/fabvxlan-fuzz-learnframe -max_total_time=$(FUZZ_SECONDS) -max_len=130 \
 	  -print_final_stats=1 -artifact_prefix=$(FUZZ_BUILD)/ "$$corpus" fuzz/corpus
+
+# A failure is shrunk and written to $(BUILD)/stress-seed-$(SEED).json, which
+# fabvxlan-sim replays.
+stress: build
+	$(BUILD)/sim/fabvxlan-stress --events $(EVENTS) --seed $(SEED) --out $(BUILD)
 
 # Regenerates the expected output of every example scenario; review the diff.
 examples: build
