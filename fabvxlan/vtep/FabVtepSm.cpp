@@ -1,5 +1,6 @@
 #include "fabvxlan/vtep/FabVtepSm.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cmath>
 
@@ -91,7 +92,7 @@ void VtepSm::handleInitialized() {
   // Before anything else is asked of the hook.
   resumeKeptState();
   vtepEventCountsIs("vtepEventCounts");
-  genIdIs(clockMicroseconds());
+  genIdIs(firstGeneration());
   RXN_TRACE(7, " initial genId " << genId());
   vtiStatus_.forEach([this](RxnVtiStatus* reactor) { handleVtiUp(reactor->fwkKey()); });
   // The published list starts empty in any case.
@@ -137,6 +138,18 @@ void VtepSm::resumeKeptState() {
     datapathLearningIs(vxlanInfo()->datapathLearning());
     updateDatapathLearning();
   }
+}
+
+// The clock in microseconds, but above every generation the tunnel layer
+// still holds: two lives started within one tick of the clock would
+// otherwise hand out the same generations, and an answer about a tunnel of
+// the one would be taken for the other's.
+std::uint64_t VtepSm::firstGeneration() const {
+  std::uint64_t first = clockMicroseconds();
+  for (auto const& [key, entry] : tunnelConfig_->tunnelConfigEntry()) {
+    first = std::max(first, key.genId() + 1);
+  }
+  return first;
 }
 
 // The tunnel layer stood through the restart: the generations of its entries

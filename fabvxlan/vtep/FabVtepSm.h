@@ -239,6 +239,7 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   // What VtepStatus showed of the VTI's tunnels that stand, published again.
   void republishTunnels(Wire::IntfId const& vti);
   void recoverTunnelLayer();
+  std::uint64_t firstGeneration() const;
   void resumeKeptState();
   void deleteStaleTunnels();
   void endRecovery();
