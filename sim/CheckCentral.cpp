@@ -13,15 +13,14 @@ bool operUp(Vxlan::VtiStatus const& vti) {
 }
 
 std::string stateText(Fab::VXLAN::FabVxlanInfo const& info) {
-  return "state " + Rxn::valueToString(info.state()) + ", vtep " + Rxn::valueToString(info.vtepSmState()) +
-         ", vni " + Rxn::valueToString(info.vniSmState()) + ", mac " + Rxn::valueToString(info.vxlanMacSmState());
+  return "state " + Rxn::valueToString(info.state()) + ", vtep " + Rxn::valueToString(info.vtepSmState()) + ", vni " +
+         Rxn::valueToString(info.vniSmState()) + ", mac " + Rxn::valueToString(info.vxlanMacSmState());
 }
 
 bool allAt(Platform const& platform, FabVxlanState state) {
   Fab::VXLAN::FabVxlanInfo const& info = *platform.vxlanInfo();
   return info.state() == state && info.vtepSmState() == state && info.vniSmState() == state &&
-         info.vxlanMacSmState() == state &&
-         (!platform.config().vtepGroupSupported || info.vtepGroupSmState() == state);
+         info.vxlanMacSmState() == state && (!platform.config().vtepGroupSupported || info.vtepGroupSmState() == state);
 }
 
 }  // namespace
@@ -41,8 +40,8 @@ void checkCentralAfterStep(Checks& checks) {
   for (auto const& [intf, vti] : dir.vtiStatus()) {
     checks.expect("central-activated-follows-oper-status", info.activatedVti(intf) == operUp(*vti),
                   [&] { return intf.stringValue(); });
-    checks.expect("central-hw-status-of-activated-vti", !info.activatedVti(intf) ||
-                                                            !!platform.vxlanHwStatusDir()->vxlanHwStatus(intf),
+    checks.expect("central-hw-status-of-activated-vti",
+                  !info.activatedVti(intf) || !!platform.vxlanHwStatusDir()->vxlanHwStatus(intf),
                   [&] { return intf.stringValue(); });
     auto const chip = platform.vtiHardware().vti.find(intf);
     checks.expect("vti-chip-follows-oper-status",

@@ -93,8 +93,8 @@ void checkVniAfterStep(Checks& checks) {
   for (auto const& [vti, shadow] : platform.vniInfo()->vlanVniMapShadow()) {
     for (auto const& [vlan, entry] : shadow->vlanVniMap()) {
       auto const found = chip.mappings.find(vlan);
-      bool const held = found != chip.mappings.end() && found->second.vni == entry.vni() &&
-                        found->second.vti == vti && chip.flushing.count(vlan) == 0;
+      bool const held = found != chip.mappings.end() && found->second.vni == entry.vni() && found->second.vti == vti &&
+                        chip.flushing.count(vlan) == 0;
       checks.expect("vni-shadow-in-chip", held, [&] {
         return mappingText(vlan, entry.vni(), vti) + " in the shadow, the chip has " + chipText(chip, vlan);
       });
@@ -119,7 +119,8 @@ void checkVniWhenQuiet(Checks& checks) {
                   [&] { return mappingText(vlan, row.vni(), row.vtiIntfId()); });
     checkRowWanted(checks, row);
     bool const full = status.statusEntry(vlan).tableAddStatus() == FabTypes::full_;
-    checks.expect("vni-full-retried-when-room", !full || platform.vniTable().mappings.size() >= platform.vniTable().capacity,
+    checks.expect("vni-full-retried-when-room",
+                  !full || platform.vniTable().mappings.size() >= platform.vniTable().capacity,
                   [&] { return mappingText(vlan, row.vni(), row.vtiIntfId()); });
   }
   checks.expect("vni-status-has-config", status.statusEntrys() == config.configEntrys());

@@ -37,13 +37,13 @@ void checkTunnelsAnswered(Checks& checks) {
     checks.expect("tunnel-answered", standing.count(key) != 0 && !!status.tunnelStatusEntry(key),
                   [&] { return key.stringValue(); });
   }
-  checks.expect("tunnel-not-leaked", standing.size() == config.tunnelConfigEntrys() &&
-                                         status.tunnelStatusEntrys() == config.tunnelConfigEntrys(),
-                [&] {
-                  return std::to_string(standing.size()) + " standing, " +
-                         std::to_string(status.tunnelStatusEntrys()) + " answered, " +
-                         std::to_string(config.tunnelConfigEntrys()) + " asked for";
-                });
+  checks.expect(
+      "tunnel-not-leaked",
+      standing.size() == config.tunnelConfigEntrys() && status.tunnelStatusEntrys() == config.tunnelConfigEntrys(),
+      [&] {
+        return std::to_string(standing.size()) + " standing, " + std::to_string(status.tunnelStatusEntrys()) +
+               " answered, " + std::to_string(config.tunnelConfigEntrys()) + " asked for";
+      });
   for (std::uint32_t const nhId : platform.tunnelLayer().retiredNextHopIds()) {
     checks.expect("next-hop-not-leaked", platform.tunnelLayer().nextHopHeld(nhId),
                   [&] { return std::to_string(nhId); });

@@ -285,8 +285,8 @@ void Platform::agentUp(OwnState own) {
   if (agentRunning()) {
     return;
   }
-  RXN_TRACE(1, "the agent comes back after a hitless restart"
-                   << (own == OwnState::kept ? ", with its state as it was" : ""));
+  RXN_TRACE(
+      1, "the agent comes back after a hitless restart" << (own == OwnState::kept ? ", with its state as it was" : ""));
   // The feature's state is kept, or starts at rest; the VNI machine's
   // published map starts anew with its hook, but for what the remote MAC
   // machine republishes.

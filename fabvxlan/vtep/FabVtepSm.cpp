@@ -1169,8 +1169,7 @@ void VtepSm::RxnTunnelStatusEntry::handleTunnelStatus() {
   if (!sm->vrfToVti().contains(key.vrf())) {
     return;
   }
-  Wire::IntfId const vtiIntfId =
-      sm->vtiOfTunnel(key.vrf(), sm->swTunnelIdManager()->getSwTunnelGroupIdForTunnelIp(ip));
+  Wire::IntfId const vtiIntfId = sm->vtiOfTunnel(key.vrf(), sm->swTunnelIdManager()->getSwTunnelGroupIdForTunnelIp(ip));
   Fab::FabTunnelId const tunnelId = notifier()->tunnelId();
   FabNextHopId const nextHopId = notifier()->nextHopId();
   RXN_TRACE(7,

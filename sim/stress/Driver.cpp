@@ -72,7 +72,8 @@ Setup setupOf(std::uint64_t seed) {
                 "{\"answerDelay\": %g, \"vniTableSize\": %zu, \"vniSynchronous\": %s, \"maxTunnels\": %u, "
                 "\"maxNextHops\": %u, \"hitlessRestart\": %s, \"useUniqGenId\": %s}",
                 p.answerDelay, p.vniTableSize, p.vniSynchronous ? "true" : "false", p.tunnelLayer.tunnels,
-                p.tunnelLayer.nextHops, p.hitlessRestartSupported ? "true" : "false", p.useUniqGenId ? "true" : "false");
+                p.tunnelLayer.nextHops, p.hitlessRestartSupported ? "true" : "false",
+                p.useUniqGenId ? "true" : "false");
   setup.platformJson = text;
   setup.togglesJson = std::string("{\"PerVniControlPlane\": ") + (perVniControlPlane ? "true" : "false") + "}";
   return setup;

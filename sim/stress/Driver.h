@@ -47,7 +47,9 @@ class Maker {
   Universe const& universe() const { return universe_; }
 
   // A number in [0, n).
-  std::size_t below(std::size_t n) { return n == 0 ? 0 : std::uniform_int_distribution<std::size_t>(0, n - 1)(random_); }
+  std::size_t below(std::size_t n) {
+    return n == 0 ? 0 : std::uniform_int_distribution<std::size_t>(0, n - 1)(random_);
+  }
   bool chance(double p) { return std::bernoulli_distribution(p)(random_); }
   template <class T>
   T const& pick(std::vector<T> const& items) {

@@ -62,8 +62,8 @@ Steps mapSeveral(Maker& maker) {
   std::string const vti = maker.pick(vtis);
   if (maker.chance(0.3)) {
     int const first = maker.vlan();
-    int const last = std::min(first + 1 + static_cast<int>(maker.below(3)),
-                              maker.universe().firstVlan + maker.universe().vlans - 1);
+    int const last =
+        std::min(first + 1 + static_cast<int>(maker.below(3)), maker.universe().firstVlan + maker.universe().vlans - 1);
     std::string const range = std::to_string(first) + "-" + std::to_string(last);
     return {mapStep(vti, quoted(range) + ": " + (maker.chance(0.7) ? std::to_string(maker.vni()) : "null"))};
   }

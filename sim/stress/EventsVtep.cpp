@@ -150,9 +150,12 @@ bool Maker::featureUp() const {
 }
 
 std::vector<EventKind> vtepEvents() {
-  return {{"vtep-add", 6, vtepAdd},           {"vtep-remove", 3, vtepRemove},
-          {"vtep-withdraw", 2, vtepWithdraw}, {"next-hop-use", 4, nextHopUse},
-          {"next-hop-release", 3, nextHopRelease}, {"switchover", 2, switchover},
+  return {{"vtep-add", 6, vtepAdd},
+          {"vtep-remove", 3, vtepRemove},
+          {"vtep-withdraw", 2, vtepWithdraw},
+          {"next-hop-use", 4, nextHopUse},
+          {"next-hop-release", 3, nextHopRelease},
+          {"switchover", 2, switchover},
           {"learn", 1, learn}};
 }
 

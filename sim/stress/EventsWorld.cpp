@@ -45,8 +45,9 @@ char const* boolText(bool value) {
 std::string sharedSettings(Maker& maker) {
   for (std::string const& name : maker.existingVtis()) {
     Rxn::Ptr<Vxlan::VtiStatus> const vti = maker.platform().vtiStatusDir()->vtiStatus(Wire::IntfId(name));
-    return "\"udpPort\": " + vti->udpPort().stringValue() + ", \"datapathLearning\": " +
-           boolText(vti->datapathLearning()) + ", \"controllerClientMode\": " + boolText(vti->controllerClientMode());
+    return "\"udpPort\": " + vti->udpPort().stringValue() +
+           ", \"datapathLearning\": " + boolText(vti->datapathLearning()) +
+           ", \"controllerClientMode\": " + boolText(vti->controllerClientMode());
   }
   return "\"udpPort\": 4789";
 }
@@ -186,9 +187,9 @@ Steps l2ribSource(Maker& maker) {
 }  // namespace
 
 std::vector<EventKind> worldEvents() {
-  return {{"vti-up", 6, vtiUp},         {"vti-down", 4, vtiDown},           {"vti-create", 1.5, vtiCreate},
-          {"vti-delete", 1, vtiDelete}, {"vti-change", 4, vtiChange},       {"vtis-together", 2, vtisTogether},
-          {"bridging", 3, bridging},    {"flood-set", 2.5, floodSet},       {"l2rib-source", 1, l2ribSource}};
+  return {{"vti-up", 6, vtiUp},         {"vti-down", 4, vtiDown},     {"vti-create", 1.5, vtiCreate},
+          {"vti-delete", 1, vtiDelete}, {"vti-change", 4, vtiChange}, {"vtis-together", 2, vtisTogether},
+          {"bridging", 3, bridging},    {"flood-set", 2.5, floodSet}, {"l2rib-source", 1, l2ribSource}};
 }
 
 }  // namespace Stress

@@ -66,7 +66,8 @@ void readFailure(std::vector<std::string> const& errors, Outcome& outcome) {
     std::size_t const open = line.find("Assertion `");
     if (open != std::string::npos) {
       std::size_t const close = line.rfind("' failed");
-      std::string expression = line.substr(open + 11, close == std::string::npos ? std::string::npos : close - open - 11);
+      std::string expression =
+          line.substr(open + 11, close == std::string::npos ? std::string::npos : close - open - 11);
       if (expression == "0" && i > 0) {
         expression = errors[i - 1];
       }
@@ -164,8 +165,8 @@ std::vector<std::string> shrink(std::uint64_t seed, std::vector<std::string> ste
     bool reduced = false;
     for (std::size_t start = 0; start < steps.size() && std::chrono::steady_clock::now() < deadline; start += size) {
       std::vector<std::string> candidate(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(start));
-      candidate.insert(candidate.end(), steps.begin() + static_cast<std::ptrdiff_t>(std::min(start + size, steps.size())),
-                       steps.end());
+      candidate.insert(candidate.end(),
+                       steps.begin() + static_cast<std::ptrdiff_t>(std::min(start + size, steps.size())), steps.end());
       Outcome const outcome = replayIsolated(seed, candidate);
       if (outcome.failed && outcome.signature == signature) {
         steps = std::move(candidate);
