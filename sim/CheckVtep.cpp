@@ -84,8 +84,8 @@ void checkPublishedAllocated(Checks& checks) {
 
 // What the reader uses is allocated; so is what VtepStatus publishes, where
 // generation ids tell a tunnel's lives apart. Without them a tunnel asked for
-// again while its removal is on its way takes the old answer at once, until
-// the new one comes.
+// again while its removal is on its way takes the old answer at once, and a
+// draining VTEP's record keeps the ids of the life before.
 void checkVtepAfterStep(Checks& checks) {
   Platform& platform = checks.platform();
   for (auto const& [nhId, active] : platform.vtepConfigDir()->activeNextHopIdList()) {
@@ -105,7 +105,9 @@ void checkVtepWhenQuiet(Checks& checks) {
   }
   checkHookAnswered(checks, *platform.fabHelperVtep());
   checkTunnelsAnswered(checks);
-  checkPublishedAllocated(checks);
+  if (platform.config().useUniqGenId) {
+    checkPublishedAllocated(checks);
+  }
   // The learning the feature publishes is the chip's, once no request is out.
   Fab::VXLAN::FabVxlanInfo const& info = *platform.vxlanInfo();
   if (info.vtepSmState() == Fab::VXLAN::FabVxlanState::initialized_ && !platform.vtepSm()->vccModeUpdatePending()) {

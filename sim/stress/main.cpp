@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "sim/stress/Isolated.h"
 
@@ -21,9 +22,25 @@ int usage(char const* problem) {
   }
   std::fprintf(stderr,
                "usage: fabvxlan-stress [--events N] [--seed S] [--out DIR] [--shrink-seconds T] [--quiet]\n"
+               "       fabvxlan-stress --seed S --shrink FILE [--out DIR] [--shrink-seconds T]\n"
                "Plays N random events (default 3000) from seed S (default 1) and checks the whole stack after\n"
-               "every step. A failure is shrunk and written to DIR (default .) as a scenario file.\n");
+               "every step. A failure is shrunk and written to DIR (default .) as a scenario file. --shrink\n"
+               "replays the steps of a file it wrote for seed S, and shrinks them again.\n");
   return problem == nullptr ? 0 : 2;
+}
+
+// The steps of a scenario file that fabvxlan-stress wrote: one a line.
+std::vector<std::string> stepsOf(std::string const& path) {
+  std::ifstream in(path);
+  std::vector<std::string> steps;
+  for (std::string line; std::getline(in, line);) {
+    std::size_t const start = line.find("{\"at\"");
+    if (start != std::string::npos) {
+      std::size_t const end = line.back() == ',' ? line.size() - 1 : line.size();
+      steps.push_back(line.substr(start, end - start));
+    }
+  }
+  return steps;
 }
 
 bool number(char const* text, std::uint64_t& out) {
@@ -38,6 +55,7 @@ int main(int argc, char** argv) {
   Stress::RunConfig config;
   std::string out = ".";
   std::uint64_t shrinkSeconds = 300;
+  std::string replayPath;
   for (int i = 1; i < argc; ++i) {
     std::string const arg = argv[i];
     bool const hasValue = i + 1 < argc;
@@ -53,11 +71,21 @@ int main(int argc, char** argv) {
       ++i;
     } else if (arg == "--out" && hasValue) {
       out = argv[++i];
+    } else if (arg == "--shrink" && hasValue) {
+      replayPath = argv[++i];
     } else {
       return usage(("bad argument '" + arg + "'").c_str());
     }
   }
-  Stress::Outcome const outcome = Stress::runIsolated(config);
+  Stress::Outcome outcome;
+  if (!replayPath.empty()) {
+    // A run written earlier, replayed and shrunk again (with more time).
+    std::vector<std::string> const steps = stepsOf(replayPath);
+    outcome = Stress::replayIsolated(config.seed, steps);
+    outcome.steps = steps;
+  } else {
+    outcome = Stress::runIsolated(config);
+  }
   if (!outcome.failed) {
     return 0;
   }
