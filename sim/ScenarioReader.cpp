@@ -116,20 +116,12 @@ std::string vlanText(std::vector<Bridging::VlanId> const& vlans) {
 }
 
 std::vector<Wire::IpAddr> addressesAt(Context const& ctx, Json const& object, char const* key) {
-  std::vector<Wire::IpAddr> addresses;
-  if (!object.HasMember(key)) {
-    return addresses;
-  }
-  if (!object[key].IsArray()) {
-    ctx.fail(std::string("'") + key + "' must be a list of addresses");
-  }
-  for (Json const& item : object[key].GetArray()) {
-    if (!item.IsString()) {
-      ctx.fail(std::string("'") + key + "' must be a list of addresses");
+  return listAt<Wire::IpAddr>(ctx, object, key, "addresses", [&ctx](Json const& item, Wire::IpAddr& address) {
+    if (item.IsString()) {
+      address = valueOf<Wire::IpAddr>(ctx, item.GetString(), "address");
     }
-    addresses.push_back(valueOf<Wire::IpAddr>(ctx, item.GetString(), "address"));
-  }
-  return addresses;
+    return item.IsString();
+  });
 }
 
 Wire::IntfId vtiAt(Context const& ctx, Json const& object, char const* key) {

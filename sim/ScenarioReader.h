@@ -66,6 +66,24 @@ Bridging::VlanId vlanAt(Context const& ctx, Json const& object, char const* key)
 std::vector<Bridging::VlanId> vlansOf(Context const& ctx, std::string const& text);
 std::vector<Bridging::VlanId> vlansAt(Context const& ctx, Json const& object, char const* key);
 std::string vlanText(std::vector<Bridging::VlanId> const& vlans);
+// A list under `key` (none if absent), each item read by `read`, which
+// returns false for an item of the wrong kind; `what` names the items.
+template <class T, class Read>
+std::vector<T> listAt(Context const& ctx, Json const& object, char const* key, char const* what, Read&& read) {
+  std::vector<T> items;
+  if (!object.HasMember(key)) {
+    return items;
+  }
+  bool good = object[key].IsArray();
+  for (std::size_t i = 0; good && i < object[key].Size(); ++i) {
+    items.emplace_back();
+    good = read(object[key][static_cast<rapidjson::SizeType>(i)], items.back());
+  }
+  if (!good) {
+    ctx.fail(std::string("'") + key + "' must be a list of " + what);
+  }
+  return items;
+}
 std::vector<Wire::IpAddr> addressesAt(Context const& ctx, Json const& object, char const* key);
 Wire::IntfId vtiAt(Context const& ctx, Json const& object, char const* key);
 

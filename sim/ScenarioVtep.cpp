@@ -38,20 +38,12 @@ Step vtepStep(Context const& ctx, Json const& spec, PlatformConfig const&) {
 }
 
 std::vector<Fab::FabNextHopId> nextHopsAt(Context const& ctx, Json const& object, char const* key) {
-  std::vector<Fab::FabNextHopId> ids;
-  if (!object.HasMember(key)) {
-    return ids;
-  }
-  if (!object[key].IsArray()) {
-    ctx.fail(std::string("'") + key + "' must be a list of next hop ids");
-  }
-  for (Json const& item : object[key].GetArray()) {
-    if (!item.IsUint()) {
-      ctx.fail(std::string("'") + key + "' must be a list of next hop ids");
+  return listAt<Fab::FabNextHopId>(ctx, object, key, "next hop ids", [](Json const& item, Fab::FabNextHopId& id) {
+    if (item.IsUint()) {
+      id = Fab::FabNextHopId(item.GetUint());
     }
-    ids.emplace_back(item.GetUint());
-  }
-  return ids;
+    return item.IsUint();
+  });
 }
 
 // Whether some VTI publishes this next hop for a tunnel: a reader lists only

@@ -36,22 +36,22 @@ Steps mapAdd(Maker& maker) {
   return {mapStep(maker.pick(vtis), mapping(maker.vlan(), std::to_string(maker.vni())))};
 }
 
-Steps mapMove(Maker& maker) {
+// A VLAN that a VTI maps now gets another VNI, or none.
+Steps remap(Maker& maker, bool remove) {
   std::vector<std::string> const vtis = maker.existingVtis();
   if (vtis.empty()) return {};
   std::string const vti = maker.pick(vtis);
   std::vector<int> const vlans = mappedVlans(maker, vti);
   if (vlans.empty()) return {};
-  return {mapStep(vti, mapping(maker.pick(vlans), std::to_string(maker.vni())))};
+  return {mapStep(vti, mapping(maker.pick(vlans), remove ? std::string("null") : std::to_string(maker.vni())))};
+}
+
+Steps mapMove(Maker& maker) {
+  return remap(maker, false);
 }
 
 Steps mapRemove(Maker& maker) {
-  std::vector<std::string> const vtis = maker.existingVtis();
-  if (vtis.empty()) return {};
-  std::string const vti = maker.pick(vtis);
-  std::vector<int> const vlans = mappedVlans(maker, vti);
-  if (vlans.empty()) return {};
-  return {mapStep(vti, mapping(maker.pick(vlans), "null"))};
+  return remap(maker, true);
 }
 
 // Several VLANs of one VTI change in one write, or a range of VLANs takes

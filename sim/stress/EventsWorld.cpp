@@ -187,7 +187,7 @@ Steps l2ribSource(Maker& maker) {
 }  // namespace
 
 std::vector<EventKind> worldEvents() {
-  return {{"vti-up", 6, vtiUp},         {"vti-down", 4, vtiDown},     {"vti-create", 1.5, vtiCreate},
+  return {{"vti-up", 6, vtiUp},         {"vti-down", 4, vtiDown},     {"vti-create", 2.5, vtiCreate},
           {"vti-delete", 1, vtiDelete}, {"vti-change", 4, vtiChange}, {"vtis-together", 2, vtisTogether},
           {"bridging", 3, bridging},    {"flood-set", 2.5, floodSet}, {"l2rib-source", 1, l2ribSource}};
 }
