@@ -371,6 +371,32 @@ TEST_F(HitlessRestartTest, ConfirmedEntriesStayAndStaleOnesGo) {
   EXPECT_FALSE(platform().vxlanBootStatus()->stageVlanVniMappingReady());
 }
 
+// The replication mode is decided once the machine is initialized, inside
+// its start: a restart that keeps the feature's state (no change of state
+// follows) still confirms the lists L2Rib has, and a group added while the
+// agent was away reaches bumMcastGrp though the mode does not change.
+TEST_F(HitlessRestartTest, TheDecisionAtTheStartConfirmsKeptListsAndFillsNewGroups) {
+  vtiUp(kVxlan1);
+  platform().l2RibFloodSet()->sourceIs(4);
+  floodVteps(10, {"10.0.0.2"});
+  ASSERT_EQ(bum().bumReplicationMode(), Mode::bumRepHeadEnd);
+  platform().restartHitlessly(Sim::OwnState::kept);
+  EXPECT_EQ(bum().bumReplicationMode(), Mode::bumRepHeadEnd);
+  EXPECT_EQ(bumVteps(10), "10.0.0.2");
+
+  platform().l2RibFloodSet()->sourceIs(0);
+  platform().floodSetDel(Bridging::VlanId(10), kZeroMac);
+  platform().vti(kVxlan1)->vlanToGroupIs(Bridging::VlanId(10), Wire::IpAddr::fromString("239.1.1.10"));
+  platform().runUntilIdle();
+  ASSERT_EQ(bum().bumReplicationMode(), Mode::bumRepMulticast);
+  platform().agentDown();
+  platform().vti(kVxlan1)->vlanToGroupIs(Bridging::VlanId(20), Wire::IpAddr::fromString("239.1.1.20"));
+  platform().agentUp();
+  EXPECT_EQ(bum().bumReplicationMode(), Mode::bumRepMulticast);
+  EXPECT_EQ(bum().bumMcastGrp(Bridging::VlanId(20)), Wire::IpAddr::fromString("239.1.1.20"));
+  EXPECT_EQ(bum().bumMcastGrp(Bridging::VlanId(10)), Wire::IpAddr::fromString("239.1.1.10"));
+}
+
 TEST_F(HitlessRestartTest, WithNoVtiUpEveryRecoveryStageIsReadyAtOnce) {
   platform().agentDown();
   platform().agentUp();

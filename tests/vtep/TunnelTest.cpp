@@ -202,6 +202,28 @@ TEST_F(TunnelTest, AVtepWhoseNextHopIsInUseDrainsAndMayComeBackAsItWas) {
   EXPECT_EQ(platform().tunnelLayer().nextHopsInUse(), 0U);
 }
 
+// The reader gave up the current next hop, whose release waits for the next
+// one; the layer then reports no answer and the same id again: the id is
+// current again, and is not released under the reader.
+TEST_F(TunnelTest, TheCurrentNextHopReportedAgainIsNotReleased) {
+  featureUp();
+  remoteVtep("10.0.0.2");
+  platform().settle();
+  std::uint32_t const n = publishedNextHop("10.0.0.2");
+  readerUses(n);
+  readerUses(n, false);
+  Rxn::Ptr<Fab::FabTunnelStatusEntry> const entry =
+      platform().tunnelStatus()->tunnelStatusEntry(keyOf("10.0.0.2", generation("10.0.0.2")));
+  ASSERT_TRUE(entry);
+  entry->nextHopIdIs(Fab::FabNextHopId());
+  entry->nextHopIdIs(Fab::FabNextHopId(n));
+  platform().runUntilIdle();
+  EXPECT_TRUE(vtepInfo("10.0.0.2")->nextHopId(Fab::FabNextHopId(n)));
+  EXPECT_TRUE(!!vtepSm().nextHopInfo(Fab::FabNextHopId(n)));
+  readerUses(n);
+  EXPECT_TRUE(keptActive(n));
+}
+
 class ShortOfNextHopsTest : public TunnelTest {
  protected:
   ShortOfNextHopsTest() : TunnelTest(platformWith(true, 1)) {}

@@ -141,6 +141,19 @@ TEST_F(OwnHookDeathTest, AHookThatMissesAnOperationEndsTheProcessAtItsFirstCall)
       "Call to unimplemented FabHelperVtep::verifyVccMode");
 }
 
+// A machine built but not yet started has nothing to undo when a VTI's
+// request list goes: it has made no directory for it.
+TEST_F(OwnHookTest, AMachineNotYetStartedLetsARequestListGo) {
+  remoteVtep("10.0.0.2");
+  Sim::Platform& p = platform();
+  Rxn::Ptr<Fab::VXLAN::VtepSm> const idle = Fab::VXLAN::vtepSmFactory(
+      p.acsd(), p.vxlanInfo(), p.vtiStatusDir(), p.vtepConfigDir(), p.vtepStatusDir(), p.vxlanHwStatusDir(),
+      p.vtepEvent(), p.tunnelConfig(), p.tunnelStatus(), new MinimalHook, p.swTunnelGroupIdManager(),
+      p.vxlanBootStatus());
+  p.remoteVtepsWithdrawn(kVxlan1);
+  EXPECT_FALSE(idle->initialized());
+}
+
 // With FAB_NOOP_AGENT a hook that implements nothing lets everything run: the
 // VTI comes up with port ids 0 and no learn event is taken, the maximum of
 // remote VTEPs being 0. The child reports what it saw in its exit code.

@@ -115,6 +115,47 @@ TEST_F(VtepRestartTest, ATunnelLayerCleanedBeforeTheRestartEndsIsInitializedAnew
   EXPECT_EQ(info().vtepSmState(), FabVxlanState::initialized_);
 }
 
+// The tunnel layer's answers count only in the state they belong to: a
+// cleanup of an earlier life answered during the new life's start starts no
+// cleanup of the hook, and an init answered after the cleanup that overtook
+// it brings no stopped machine back.
+TEST_F(VtepRestartTest, LateTunnelLayerAnswersNeitherStopAStartNorStartAStop) {
+  using Answerer = Sim::Platform::Answerer;
+  vtiUp(kVxlan1);
+  platform().settle();
+  platform().answersAre({0, true}, Answerer::tunnelLayer);
+  vtiUp(kVxlan1, false);
+  platform().runUntilIdle();
+  ASSERT_NE(tunnelConfig().cleanup(), platform().tunnelStatus()->cleanup());
+  platform().restartHitlessly();
+  vtiUp(kVxlan1);
+  platform().runFor(1);
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::initializing_);
+  std::uint32_t const cleanups = hook().hwCleanupConfig();
+  platform().answersAre({0, false}, Answerer::tunnelLayer);
+  platform().settle();
+  EXPECT_EQ(hook().hwCleanupConfig(), cleanups);
+  EXPECT_EQ(info().state(), FabVxlanState::initialized_);
+
+  // A start's init is overtaken by the stop's cleanup, and the layer answers
+  // the cleanup first.
+  vtiUp(kVxlan1, false);
+  platform().settle();
+  platform().answersAre({0, true}, Answerer::tunnelLayer);
+  vtiUp(kVxlan1);
+  platform().runFor(1);
+  vtiUp(kVxlan1, false);
+  platform().runUntilIdle();
+  Fab::FabTunnelStatus& status = *platform().tunnelStatus();
+  status.cleanupIs(tunnelConfig().cleanup());
+  platform().runFor(1);
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::clean_);
+  status.initIs(tunnelConfig().init());
+  platform().runUntilIdle();
+  EXPECT_EQ(info().vtepSmState(), FabVxlanState::clean_);
+  EXPECT_EQ(info().state(), FabVxlanState::clean_);
+}
+
 class ColdRestartTest : public VtepRestartTest {
  protected:
   ColdRestartTest() : VtepRestartTest(restartingPlatform(false)) {}
