@@ -66,7 +66,13 @@ void checkCentralWhenQuiet(Checks& checks) {
   if (info.activatedVtis() != 0 && !stopWaits) {
     checks.expect("central-initialized-with-a-vti-up", allAt(platform, FabVxlanState::initialized_),
                   [&] { return stateText(info); });
-  } else if (remoteMacsAtRest(platform)) {
+    return;
+  }
+  checks.expect("central-not-up-without-a-vti",
+                info.activatedVtis() != 0 || info.state() == FabVxlanState::cleaning_ ||
+                    info.state() == FabVxlanState::clean_,
+                [&] { return stateText(info); });
+  if (info.activatedVtis() == 0 && remoteMacsAtRest(platform)) {
     checks.expect("central-clean-with-every-vti-down", allAt(platform, FabVxlanState::clean_),
                   [&] { return stateText(info); });
   }

@@ -80,6 +80,23 @@ void checkPublishedAllocated(Checks& checks) {
   }
 }
 
+// Every VTEP that a VTI VtepSm serves lists, and whose tunnel it set up, is
+// published: with a next hop, or as unreachable.
+void checkListedVtepsPublished(Checks& checks) {
+  Platform& platform = checks.platform();
+  for (auto const& [vti, config] : platform.vtepConfigDir()->vtepConfig()) {
+    Rxn::Ptr<Fab::VXLAN::VtepStatus> const status = platform.vtepStatusDir()->vtepStatus(vti);
+    Rxn::Ptr<Fab::VXLAN::VtepInfoDir> const dir = platform.vtepSm()->vtepInfoDir(vti);
+    if (!status || !dir || !platform.vtepSm()->tunnelReady(vti)) {
+      continue;
+    }
+    for (auto const& [id, listed] : config->remoteVtepList()) {
+      checks.expect("listed-vtep-published", !dir->vtepInfo(id) || !!status->hwVtepInfo(id),
+                    [&] { return vti.stringValue() + " " + id.stringValue(); });
+    }
+  }
+}
+
 }  // namespace
 
 // What the reader uses is allocated; so is what VtepStatus publishes, where
@@ -115,6 +132,16 @@ void checkVtepWhenQuiet(Checks& checks) {
                   info.datapathLearning() == platform.vtepHardware().dataPathLearning, [&] {
                     return std::string("published ") + (info.datapathLearning() ? "on" : "off") + ", the chip " +
                            (platform.vtepHardware().dataPathLearning ? "on" : "off");
+                  });
+  }
+  checkListedVtepsPublished(checks);
+  // A machine that stopped in this life left the tunnel layer down.
+  if (platform.vxlanInfo()->vtepSmState() == Fab::VXLAN::FabVxlanState::clean_ &&
+      platform.fabHelperVtep()->hwCleanupConfig() != 0) {
+    checks.expect("tunnel-layer-down-when-clean", platform.tunnelConfig()->init() == platform.tunnelConfig()->cleanup(),
+                  [&] {
+                    return "init " + std::to_string(platform.tunnelConfig()->init()) + ", cleanup " +
+                           std::to_string(platform.tunnelConfig()->cleanup());
                   });
   }
   if (platform.vxlanInfo()->activatedVtis() == 0 && remoteMacsAtRest(platform)) {

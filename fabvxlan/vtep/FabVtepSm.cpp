@@ -478,16 +478,14 @@ Wire::IntfId VtepSm::otherReadyVti(Wire::IntfId const& vti) const {
 }
 
 Wire::IntfId VtepSm::vtiOfTunnel(Fab::VrfId const& vrf, SwTunnelGroupId const& id) const {
-  auto lists = [this, &id](Wire::IntfId const& vti) {
-    Rxn::Ptr<VtepConfig const> const config = vtepConfigDir()->vtepConfig(vti);
-    return config && config->remoteVtepList(id);
-  };
   Wire::IntfId const owner = vrfToVti(vrf);
-  if (!!owner && lists(owner)) {
+  Rxn::Ptr<VtepConfig const> const ownerConfig = vtepConfigDir()->vtepConfig(owner);
+  if (ownerConfig && ownerConfig->remoteVtepList(id)) {
     return owner;
   }
-  for (auto const& [vti, vtiVrf] : vtiToVrf()) {
-    if (vtiVrf == vrf && !!vtepStatusDir_->vtepStatus(vti) && lists(vti)) {
+  // A VTI that came up before its directory went keeps VRF 0 in no table.
+  for (auto const& [vti, config] : vtepConfigDir()->vtepConfig()) {
+    if (vtiToVrf(vti) == vrf && !!vtepStatusDir_->vtepStatus(vti) && config->remoteVtepList(id)) {
       return vti;
     }
   }
@@ -497,16 +495,20 @@ Wire::IntfId VtepSm::vtiOfTunnel(Fab::VrfId const& vrf, SwTunnelGroupId const& i
 // A VTI that comes back finds its tunnels standing; nothing about them
 // changes, so no answer would publish them again.
 void VtepSm::republishTunnels(Wire::IntfId const& vti) {
-  Rxn::Ptr<VtepInfoDir> const dir = vtepInfoDir(vti);
-  if (!dir) {
-    return;
-  }
-  tunnelStatusEntry_.forEach([this, &dir](RxnTunnelStatusEntry* entry) {
-    Wire::IpAddr const ip = entry->fwkKey().dst().v4Addr();
-    if (dir->vtepInfo(swTunnelIdManager_->getSwTunnelGroupIdForTunnelIp(ip))) {
-      entry->handleTunnelStatus();
+  if (Rxn::Ptr<VtepInfoDir> const dir = vtepInfoDir(vti)) {
+    for (auto it = dir->vtepInfo().begin(); it != dir->vtepInfo().end(); ++it) {
+      republishTunnel(vti, it.key());
     }
-  });
+  }
+}
+
+void VtepSm::republishTunnel(Wire::IntfId const& vti, SwTunnelGroupId const& id) {
+  Wire::IpAddr const ip = swTunnelIdManager_->getTunnelIpFromSwTunnelGroupId(id);
+  Fab::VrfId const vrf = vtiToVrf(vti);
+  std::uint64_t const gen = fabVtepHelper()->useUniqGenId() ? currentGeneration(Fab::VrfAndIpAddr(vrf, ip)) : 0;
+  if (RxnTunnelStatusEntry* const entry = tunnelStatusEntry_(tunnelKey(ip, vrf, gen))) {
+    entry->handleTunnelStatus();
+  }
 }
 
 void VtepSm::handleVtiUp(Wire::IntfId const& vti) {
@@ -1068,6 +1070,8 @@ void VtepSm::RxnVtepConfig::requestTunnel(SwTunnelGroupId const& id) {
   Rxn::Ptr<VtepInfoDir> const dir = sm->vtepInfoDirIs(vti);
   if (dir->vtepInfo(id)) {
     RXN_TRACE(8, " vtepInfo already exists for " << id);
+    // A draining VTEP comes back: its record went if the VTI flapped meanwhile.
+    sm->republishTunnel(vti, id);
     return;
   }
   Fab::VrfId const vrf = sm->vtiToVrf(vti);

@@ -238,6 +238,7 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   Wire::IntfId otherReadyVti(Wire::IntfId const& vti) const;
   // What VtepStatus showed of the VTI's tunnels that stand, published again.
   void republishTunnels(Wire::IntfId const& vti);
+  void republishTunnel(Wire::IntfId const& vti, Fab::SwTunnelGroupId const& id);
   void recoverTunnelLayer();
   std::uint64_t firstGeneration() const;
   void resumeKeptState();

@@ -66,6 +66,16 @@ Steps agentDown(Maker& maker) {
   return {"{\"agent\": \"down\"}"};
 }
 
+// While the agent is away the world goes on: a VTI goes down or away.
+Steps worldWhileAway(Maker& maker) {
+  if (maker.platform().agentRunning()) return {};
+  std::vector<std::string> const existing = maker.existingVtis();
+  if (existing.empty()) return {};
+  std::string const vti = maker.pick(existing);
+  return {"{\"vti\": {\"name\": " + quoted(vti) + ", " +
+          (maker.chance(0.5) ? "\"delete\": true" : "\"operStatus\": \"down\"") + "}}"};
+}
+
 Steps agentUp(Maker& maker) {
   if (maker.platform().agentRunning()) return {};
   return {maker.chance(0.5) ? "{\"agent\": \"up\"}" : "{\"agent\": \"upKeepingState\"}"};
@@ -114,6 +124,7 @@ std::vector<EventKind> agentEvents() {
           {"restart-cold", 0.6, restartCold},
           {"agent-down", 0.6, agentDown},
           {"agent-up", 20, agentUp},
+          {"world-while-away", 20, worldWhileAway},
           {"settle", 4, settle},
           {"rest", 0.8, rest}};
 }

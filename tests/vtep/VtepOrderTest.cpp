@@ -67,5 +67,29 @@ TEST_F(VtepOrderTest, SeveralVtisShareThePortAndTheVrfOfTheTunnels) {
   EXPECT_EQ(stackFailure(), "");
 }
 
+// A VTEP drains (its next hop still in use), its VTI flaps, and it is listed
+// again: its tunnel stood all along, and is published again.
+TEST_F(VtepOrderTest, ADrainingVtepListedAgainAfterAFlapIsPublished) {
+  vtiUp(kVxlan1);
+  platform().settle();
+  remoteVtep("10.0.0.2");
+  platform().settle();
+  std::uint32_t const nextHop = publishedNextHop("10.0.0.2");
+  readerUses(nextHop);
+  remoteVtep("10.0.0.2", false);
+  ASSERT_EQ(publishedNextHop("10.0.0.2"), nextHop);
+  // Another VTI keeps the feature up while Vxlan1 flaps.
+  platform().vti(kVxlan2)->udpPortIs(platform().vti(kVxlan1)->udpPort());
+  vtiUp(kVxlan2);
+  platform().settle();
+  vtiUp(kVxlan1, false);
+  vtiUp(kVxlan1);
+  platform().settle();
+  remoteVtep("10.0.0.2");
+  platform().settle();
+  EXPECT_EQ(publishedNextHop("10.0.0.2"), nextHop);
+  EXPECT_EQ(stackFailure(), "");
+}
+
 }  // namespace
 }  // namespace FabTest
