@@ -483,9 +483,10 @@ Wire::IntfId VtepSm::vtiOfTunnel(Fab::VrfId const& vrf, SwTunnelGroupId const& i
   if (ownerConfig && ownerConfig->remoteVtepList(id)) {
     return owner;
   }
-  // A VTI that came up before its directory went keeps VRF 0 in no table.
+  // A ready VTI whose VRF entry went with its emptied directory is in VRF 0
+  // all the same.
   for (auto const& [vti, config] : vtepConfigDir()->vtepConfig()) {
-    if (vtiToVrf(vti) == vrf && !!vtepStatusDir_->vtepStatus(vti) && config->remoteVtepList(id)) {
+    if (vtiToVrf(vti) == vrf && tunnelReady(vti) && config->remoteVtepList(id)) {
       return vti;
     }
   }
