@@ -495,14 +495,6 @@ Wire::IntfId VtepSm::vtiOfTunnel(Fab::VrfId const& vrf, SwTunnelGroupId const& i
 
 // A VTI that comes back finds its tunnels standing; nothing about them
 // changes, so no answer would publish them again.
-void VtepSm::republishTunnels(Wire::IntfId const& vti) {
-  if (Rxn::Ptr<VtepInfoDir> const dir = vtepInfoDir(vti)) {
-    for (auto it = dir->vtepInfo().begin(); it != dir->vtepInfo().end(); ++it) {
-      republishTunnel(vti, it.key());
-    }
-  }
-}
-
 void VtepSm::republishTunnel(Wire::IntfId const& vti, SwTunnelGroupId const& id) {
   Wire::IpAddr const ip = swTunnelIdManager_->getTunnelIpFromSwTunnelGroupId(id);
   Fab::VrfId const vrf = vtiToVrf(vti);
@@ -541,7 +533,6 @@ void VtepSm::handleVtiUp(Wire::IntfId const& vti) {
   if (Rxn::Ptr<RxnVtepConfig> const config = vtepConfig_(vti)) {
     config->handleRemoteVtep();
   }
-  republishTunnels(vti);
   if (!vtepEventSm_) {
     vtepEventSm_ = vtepEventSmFactory(vtiStatusDir(), vtepEvent_, vxlanInfo(), acsd(), helper, vtepConfigDir());
   }

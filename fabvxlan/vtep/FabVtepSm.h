@@ -237,7 +237,6 @@ class VtepSm : public Fab::FabBaseSm, public VtepSmState {
   // A VTI other than this one that is ready, if any.
   Wire::IntfId otherReadyVti(Wire::IntfId const& vti) const;
   // What VtepStatus showed of the VTI's tunnels that stand, published again.
-  void republishTunnels(Wire::IntfId const& vti);
   void republishTunnel(Wire::IntfId const& vti, Fab::SwTunnelGroupId const& id);
   void recoverTunnelLayer();
   std::uint64_t firstGeneration() const;

@@ -34,6 +34,29 @@ TEST_F(VtepOrderTest, AnInitAnswerThatACleanupOvertookBringsNoTunnelLayerUp) {
   EXPECT_EQ(stackFailure(), "");
 }
 
+// The same, with the tunnel layer slow too: the hook's init answer comes in
+// while the stop waits for the tunnel layer, and asks that layer for nothing.
+TEST_F(VtepOrderTest, AnInitAnswerDuringTheCleanupAsksTheTunnelLayerForNothing) {
+  vtiUp(kVxlan1);
+  platform().settle();
+  platform().agentDown();
+  platform().answersAre({0, true}, Answerer::vtepHook);
+  platform().agentUp();
+  platform().runUntilIdle();
+  platform().answersAre({0, true}, Answerer::tunnelLayer);
+  vtiUp(kVxlan1, false);
+  platform().runFor(1);
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::cleaning_);
+  std::uint32_t const init = tunnelConfig().init();
+  platform().answersAre({0, false}, Answerer::vtepHook);
+  platform().runFor(1);
+  EXPECT_EQ(tunnelConfig().init(), init);
+  platform().answersAre({0, false}, Answerer::tunnelLayer);
+  platform().settle();
+  EXPECT_EQ(info().state(), FabVxlanState::clean_);
+  EXPECT_EQ(stackFailure(), "");
+}
+
 TEST_F(VtepOrderTest, SeveralVtisShareThePortAndTheVrfOfTheTunnels) {
   for (Wire::IntfId const& vti : {kVxlan1, kVxlan2}) {
     platform().vti(vti)->udpPortIs(Wire::UdpPort(4789));
