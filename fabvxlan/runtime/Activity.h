@@ -192,8 +192,8 @@ class Activity {
   Ptr<Clock> clock_;
   int epoll_ = -1;
   std::uint64_t nextWatchId_ = 1;
-  HashMap2018<std::uint64_t, FileDescriptor*> watched_;
-  HashMap2018<FileDescriptor*, bool> descriptors_;
+  HashMap2018<std::uint64_t, FileDescriptor*> watched_{MapName("Rxn::Activity::watched")};
+  HashMap2018<FileDescriptor*, bool> descriptors_{MapName("Rxn::Activity::descriptors")};
   double lastPoll_ = 0.0;
   bool stopped_ = false;
 };

@@ -409,11 +409,23 @@ def member_cpp_type(member):
     return base
 
 
-def storage_type(member):
+def storage_type(member, in_record=False):
     value = member_cpp_type(member)
     if member.kind == "scalar" or member.kind == "child":
         return value
+    if in_record:
+        return f"Rxn::KeySet<{cpp_type(member.key)}>"
     return f"Rxn::HashMap2018<{cpp_type(member.key)}, {value}>"
+
+
+def storage_line(member, decl, symbols):
+    """The data member of an attribute. A collection of an entity or a machine
+    is named Ns::Class::attribute, which salts its walk order."""
+    if member.kind in ("scalar", "child") or decl.kind == "value":
+        init = default_expr(member, decl, symbols) or ""
+    else:
+        init = f'Rxn::MapName("{decl.qualified}::{member.name}")'
+    return f"  {storage_type(member, decl.kind == 'value')} {member.name}_{{{init}}};"
 
 
 def default_expr(member, decl, symbols):
@@ -485,10 +497,10 @@ def emit_value(h, cpp, decl, symbols):
         if f.kind == "set":
             k = cpp_type(f.key)
             h(f"  bool {f.name}({k} const& key) const {{ return {f.name}_.contains(key); }}")
-            h(f"  Rxn::HashMap2018<{k}, bool> const& {f.name}() const {{ return {f.name}_; }}")
+            h(f"  Rxn::KeySet<{k}> const& {f.name}() const {{ return {f.name}_; }}")
             h(f"  std::size_t {f.name}s() const {{ return {f.name}_.size(); }}")
             h(f"  void {f.name}Is({k} const& key, bool member) {{")
-            h(f"    if (member) {f.name}_.insertOrAssign(key, true); else {f.name}_.erase(key);")
+            h(f"    if (member) {f.name}_.insert(key); else {f.name}_.erase(key);")
             h("  }")
             h(f"  void {f.name}Del({k} const& key) {{ {f.name}_.erase(key); }}")
             continue
@@ -507,23 +519,16 @@ def emit_value(h, cpp, decl, symbols):
     h(f"  bool operator<({n} const& other) const {{ return std::tie({ties}) < std::tie({other_ties}); }}")
     empty = decl.empty_when or f"*this == {n}()"
     h(f"  bool operator!() const {{ return {empty}; }}")
-    h("  std::uint64_t hash() const;")
+    # Inline, so that hashing a key for a lookup costs no call.
+    h(f"  std::uint64_t hash() const {{ return Rxn::hashFields({', '.join(f.name + '_' for f in fields)}); }}")
     h("  Rxn::String stringValue() const;")
     h()
     h(" private:")
     for f in fields:
-        d = default_expr(f, decl, symbols)
-        h(f"  {storage_type(f)} {f.name}_{{{d or ''}}};")
+        h(storage_line(f, decl, symbols))
     h("};")
     h(f"std::ostream& operator<<(std::ostream& out, {n} const& value);")
     h()
-    cpp(f"std::uint64_t {n}::hash() const {{")
-    cpp("  std::uint64_t h = 0;")
-    for f in fields:
-        cpp(f"  h = Rxn::hashCombine(h, Rxn::hashOf({f.name}_));")
-    cpp("  return h;")
-    cpp("}")
-    cpp()
     cpp(f"Rxn::String {n}::stringValue() const {{")
     cpp("  std::ostringstream out;")
     cpp("  out << *this;")
@@ -606,7 +611,7 @@ def emit_value_traits(h, cpp, decl):
     cpp(f'  strep::expectRecord(node, "{q}", {len(fields)});')
     cpp(f"  {q} value;")
     for i, f in enumerate(fields):
-        t = storage_type(f)
+        t = storage_type(f, in_record=True)
         parsed = f'ValueTraits<{t}>::fromStrep(strep::field(node, "{q}", "{f.name}", {i}))'
         if f.kind == "set":
             cpp(f"  for (auto const& [key, member] : {parsed}) value.{f.name}Is(key, member);")
@@ -670,8 +675,7 @@ def emit_entity(h, decl, symbols):
     if decl.key:
         h(f"  {cpp_type(decl.key[1])} {decl.key[0]}_;")
     for m in decl.members:
-        d = default_expr(m, decl, symbols)
-        h(f"  {storage_type(m)} {m.name}_{{{d or ''}}};")
+        h(storage_line(m, decl, symbols))
     h("};")
     h()
     emit_notifiee(h, decl)
@@ -732,8 +736,10 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
     h(f"  {t} {x}({k} const& key) const {{ return Rxn::attr::valueAt({x}_, key); }}")
     h(f"  Rxn::HashMap2018<{k}, {t}> const& {x}() const {{ return {x}_; }}")
     h(f"  std::size_t {x}s() const {{ return {x}_.size(); }}")
+    # Mutators take their key by value: a key read from this collection, or
+    # from one that a handler changes, stays good through the notification.
     if m.kind == "children":
-        h(f"  {t} {x}Is({k} const& key) {{")
+        h(f"  {t} {x}Is({k} key) {{")
         h(f"    auto [slot, fresh] = {x}_.findOrInsert(key);")
         h("    if (!fresh) return *slot;")
         h(f"    *slot = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(key)), {parent}, \"{x}\");")
@@ -741,7 +747,7 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
         h(f"    {x}Notify(key);")
         h("    return child;")
         h("  }")
-        h(f"  void {x}Del({k} const& key) {{")
+        h(f"  void {x}Del({k} key) {{")
         h(f"    std::optional<{t}> const old = {x}_.take(key);")
         h("    if (!old) return;")
         h(f"    Rxn::attr::orphan(*old);")
@@ -752,30 +758,30 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
         h(f"    {k} const key = value.{m.key_field or 'fwkKey'}();")
         h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
         h("  }")
-        h(f"  {t} {x}Del({k} const& key) {{")
+        h(f"  {t} {x}Del({k} key) {{")
         h(f"    std::optional<{t}> const old = {x}_.take(key);")
         h(f"    if (!old) return {t}();")
         h(f"    {x}Notify(key);")
         h("    return *old;")
         h("  }")
     elif m.kind == "set":
-        h(f"  void {x}Is({k} const& key, bool member) {{")
+        h(f"  void {x}Is({k} key, bool member) {{")
         h("    if (!member) {")
         h(f"      {x}Del(key);")
         h("    } else if (" + f"{x}_.insertOrAssign(key, true).second) {{")
         h(f"      {x}Notify(key);")
         h("    }")
         h("  }")
-        h(f"  void {x}Del({k} const& key) {{")
+        h(f"  void {x}Del({k} key) {{")
         h(f"    if ({x}_.erase(key)) {x}Notify(key);")
         h("  }")
     else:
-        h(f"  void {x}Is({k} const& key, {t} const& value) {{")
+        h(f"  void {x}Is({k} key, {t} const& value) {{")
         if m.ref:
             h(f'    if (!value) Rxn::throwRangeException("{null_text(decl, m)}");')
         h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
         h("  }")
-        h(f"  void {x}Del({k} const& key) {{")
+        h(f"  void {x}Del({k} key) {{")
         h(f"    if ({x}_.erase(key)) {x}Notify(key);")
         h("  }")
     h(f"  void {x}DelAll() {{")
@@ -800,8 +806,7 @@ def emit_attrs(h, decl, symbols):
     h()
     h(" private:")
     for m in decl.members:
-        d = default_expr(m, decl, symbols)
-        h(f"  {storage_type(m)} {m.name}_{{{d or ''}}};")
+        h(storage_line(m, decl, symbols))
     h("};")
     h()
 
