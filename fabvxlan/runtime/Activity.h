@@ -152,6 +152,7 @@ class Activity {
   Activity(Activity const&) = delete;
   Activity& operator=(Activity const&) = delete;
 
+  // The activity of this thread; throws std::logic_error if there is none.
   static Activity& current();
 
   Ptr<Clock> const& clock() const { return clock_; }
@@ -200,7 +201,8 @@ class Activity {
 
 class ActivityFacility {
  public:
-  // The shared clock of the running activity.
+  // The shared clock of the running activity. Throws std::logic_error when
+  // the thread has none: the activity comes before the first machine.
   static Ptr<Clock> clock() { return Activity::current().clock(); }
 };
 
