@@ -289,6 +289,7 @@ def parse_value(p, namespace, line):
             decl.members.append(parse_member(p, allow_collections=False))
     if not decl.members:
         p.error_at(decl.line, f"value {decl.name} has no fields")
+    refuse_duplicates(p, decl, [(m.name, m.line) for m in decl.members])
     if decl.key and decl.key not in [m.name for m in decl.members]:
         p.error_at(decl.line, f"value {decl.name}: key {decl.key} is not a field")
     return decl
@@ -312,7 +313,17 @@ def parse_entity(p, namespace, line):
     for name, line in named:
         if name in ENTITY_RESERVED:
             p.error_at(line, f"entity {decl.name}: '{name}' would hide a member every entity has")
+    refuse_duplicates(p, decl, named)
     return decl
+
+
+def refuse_duplicates(p, decl, named):
+    """Two attributes of one name would declare the same members twice."""
+    seen = set()
+    for name, line in named:
+        if name in seen:
+            p.error_at(line, f"{decl.name}: duplicate attribute '{name}'")
+        seen.add(name)
 
 
 def parse_member(p, allow_collections):
@@ -354,7 +365,98 @@ def parse_member(p, allow_collections):
         p.error(f"{member.name}: a value record holds plain fields and key sets only", token)
     if member.kind in ("child", "children") and member.default:
         p.error(f"{member.name}: an owned entity takes no default", token)
+    if member.kind in ("coll", "inside", "set") and member.default:
+        p.error(f"{member.name}: a collection takes no default; it starts empty", token)
     return member
+
+
+# ---------------------------------------------------------------------------
+# Checking types
+#
+# A type is a primitive, a declaration of a schema of the run, or a C++ type
+# declared in a hand-written header that the schema includes (directly, or
+# through the headers and schemas it includes). Declarations are found by a
+# plain scan of namespaces, classes, structs, enums and aliases: enough to
+# tell a misspelt name from a real one.
+
+# Every generated header includes these: the runtime's own types.
+RUNTIME_HEADERS = ["fabvxlan/runtime/Entity.h", "fabvxlan/runtime/Value.h"]
+CPP_NOISE_RE = re.compile(r"//[^\n]*|/\*.*?\*/|\"(?:\\.|[^\"\\\n])*\"|'(?:\\.|[^'\\\n])*'", re.S)
+CPP_DECL_RE = re.compile(
+    r"\bnamespace\s+([\w:]+)\s*\{|\b(?:class|struct)\s+(\w+)|\benum\s+(?:class\s+)?(\w+)|\busing\s+(\w+)\s*=|([{}])")
+INCLUDE_RE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
+
+
+class CppTypes:
+    """The C++ types that hand-written headers declare, by qualified name."""
+
+    def __init__(self, root, schema_includes):
+        self.root = root
+        self.schema_includes = schema_includes  # a generated header: its schema's includes
+        self.names_by_header = {}
+
+    def reachable(self, headers):
+        names, seen, todo = set(), set(), list(headers)
+        while todo:
+            header = todo.pop()
+            if header in seen:
+                continue
+            seen.add(header)
+            if header in self.schema_includes:
+                todo.extend(self.schema_includes[header])
+                continue
+            declared, included = self.scan(header)
+            names |= declared
+            todo.extend(included)
+        return names
+
+    def scan(self, header):
+        if header not in self.names_by_header:
+            try:
+                with open(os.path.join(self.root, header), encoding="utf-8") as f:
+                    text = f.read()
+            except OSError:
+                text = ""  # a system header or one outside the tree: nothing to learn
+            self.names_by_header[header] = (declared_names(CPP_NOISE_RE.sub(" ", text)), INCLUDE_RE.findall(text))
+        return self.names_by_header[header]
+
+
+def declared_names(text):
+    names, scopes = set(), []  # per open brace: the namespace it opens, or None
+    for m in CPP_DECL_RE.finditer(text):
+        namespace, record, enum, alias, brace = m.groups()
+        if namespace:
+            scopes.append(namespace)
+        elif brace == "{":
+            scopes.append(None)
+        elif brace == "}":
+            if scopes:
+                scopes.pop()
+        else:
+            names.add("::".join([s for s in scopes if s] + [record or enum or alias]))
+    return names
+
+
+def check_types(schema, symbols, cpp_types):
+    known = cpp_types.reachable(RUNTIME_HEADERS + schema.includes)
+    for decl in schema.decls:
+        used = []
+        if decl.kind in ("entity", "attrs"):
+            used += [(decl.name, decl.base, decl.line)] if decl.base else []
+            used += [(decl.name, decl.key[1], decl.line)] if decl.key else []
+        for m in decl.members:
+            used += [(m.name, m.type, m.line)] + ([(m.name, m.key, m.line)] if m.key else [])
+        for what, type_name, line in used:
+            if not known_type(type_name, decl.namespace, symbols, known):
+                raise SchemaError(f"{schema.path}:{line}: {what}: unknown type '{type_name}'")
+
+
+def known_type(type_name, namespace, symbols, known):
+    name = type_name.split("<")[0].strip()
+    if name in PRIMITIVES or symbols.find(name, namespace):
+        return True
+    parts = namespace.split("::") if namespace else []
+    return any("::".join(parts[:n] + [name]) in known for n in range(len(parts), -1, -1))
 
 
 # ---------------------------------------------------------------------------
@@ -946,14 +1048,19 @@ def main(argv=None):
 
     symbols = Symbols()
     parsed = []
+    schema_includes = {}
     try:
         for path in args.imports + args.schemas:
             with open(path, encoding="utf-8") as f:
                 schema = parse_schema(os.path.relpath(path, args.root), f.read())
             for decl in schema.decls:
                 symbols.add(decl)
+            schema_includes[schema.path[: -len(".rxn")] + ".h"] = schema.includes
             if path in args.schemas:
                 parsed.append(schema)
+        cpp_types = CppTypes(args.root, schema_includes)
+        for schema in parsed:
+            check_types(schema, symbols, cpp_types)
         for schema in parsed:
             header, source = generate(schema, schema.path, symbols)
             stem = os.path.join(args.out, schema.path[: -len(".rxn")])
