@@ -41,15 +41,4 @@ std::size_t IndexTable::prevUsed(std::size_t index) const {
   return word * 64 + 63 - static_cast<std::size_t>(std::countl_zero(bits));
 }
 
-std::size_t IndexTable::nextFree(std::size_t index) const {
-  if (index >= count_) return count_;
-  std::size_t word = index / 64;
-  std::uint64_t bits = ~words()[word] & (~std::uint64_t{0} << (index % 64));
-  while (bits == 0) {
-    if (++word * 64 >= count_) return count_;
-    bits = ~words()[word];
-  }
-  return std::min(count_, word * 64 + static_cast<std::size_t>(std::countr_zero(bits)));
-}
-
 }  // namespace Rxn::detail

@@ -116,8 +116,8 @@ class IndexTable {
 
   IndexSlot& operator[](std::size_t index) { return slots()[index]; }
   IndexSlot const& operator[](std::size_t index) const { return slots()[index]; }
-  bool used(std::size_t index) const { return (words()[index / 64] >> (index % 64)) & 1U; }
-  void usedIs(std::size_t index, bool on) {
+  [[gnu::always_inline]] bool used(std::size_t index) const { return (words()[index / 64] >> (index % 64)) & 1U; }
+  [[gnu::always_inline]] void usedIs(std::size_t index, bool on) {
     std::uint64_t const bit = std::uint64_t{1} << (index % 64);
     words()[index / 64] = on ? words()[index / 64] | bit : words()[index / 64] & ~bit;
   }
@@ -133,73 +133,19 @@ class IndexTable {
     }
     return word * 64 + static_cast<std::size_t>(std::countr_zero(bits));
   }
-  // A key's place, when it is within kWindow slots of `start`: the slots
-  // there that hold keys of a lower order are those of the unbroken run
-  // before the place (every later key sorts after it), so counting them
-  // finds the place with no branch on what the loads bring. A branch there
-  // would mispredict half the time and hold up the next lookup's loads.
-  static constexpr std::size_t kWindow = 4;
-  struct Window {
-    std::size_t below;   // slots of the window before the place
-    std::uint64_t used;  // occupancy of the window, from bit 0
-  };
-  Window window(std::size_t start, std::uint32_t order) const {
-    std::size_t const shift = start % 64;
-    std::uint64_t used = words()[start / 64] >> shift;
-    if (shift > 64 - kWindow) {
-      used |= words()[start / 64 + 1] << (64 - shift);
-    }
-    IndexSlot const* const slot = slots() + start;
-    std::size_t const below = (used & 1U & (slot[0].order < order)) + ((used >> 1) & 1U & (slot[1].order < order)) +
-                              ((used >> 2) & 1U & (slot[2].order < order)) +
-                              ((used >> 3) & 1U & (slot[3].order < order));
-    return Window{below, used};
-  }
-  // How many of the kWindow slots after `hole` move back one slot when it
-  // empties: the displaced ones before the first that is free or at home.
-  // Without branches on the loads, for the same reason as window().
-  std::size_t displacedAfter(std::size_t hole) const {
-    std::size_t const first = hole + 1;
-    std::size_t const shift = first % 64;
-    std::uint64_t used = words()[first / 64] >> shift;
-    if (shift > 64 - kWindow) {
-      used |= words()[first / 64 + 1] << (64 - shift);
-    }
-    IndexSlot const* const slot = slots() + first;
-    std::size_t const m0 = used & 1U & (home(slot[0].order) <= hole);
-    std::size_t const m1 = m0 & (used >> 1) & 1U & (home(slot[1].order) <= hole + 1);
-    std::size_t const m2 = m1 & (used >> 2) & 1U & (home(slot[2].order) <= hole + 2);
-    std::size_t const m3 = m2 & (used >> 3) & 1U & (home(slot[3].order) <= hole + 3);
-    return m0 + m1 + m2 + m3;
-  }
-  // Moves the `moving` slots from `from` one slot towards the end. Runs are
-  // short: up to kWindow slots move by fixed copies, with no branch on how
-  // many there are.
-  void shiftUp(std::size_t from, std::size_t moving) {
-    if (moving > kWindow || from + kWindow >= count_) {
-      std::memmove(slots() + from + 1, slots() + from, moving * sizeof(IndexSlot));
-      return;
-    }
-    IndexSlot* const slot = slots() + from;
-    for (std::size_t k = kWindow; k-- > 0;) {
-      slot[k + 1] = k < moving ? slot[k] : slot[k + 1];
-    }
-  }
-  // Moves the `moving` slots after `to` one slot back, onto `to`.
-  void shiftDown(std::size_t to, std::size_t moving) {
-    if (moving > kWindow || to + kWindow >= count_) {
-      std::memmove(slots() + to, slots() + to + 1, moving * sizeof(IndexSlot));
-      return;
-    }
-    IndexSlot* const slot = slots() + to;
-    for (std::size_t k = 0; k < kWindow; ++k) {
-      slot[k] = k < moving ? slot[k + 1] : slot[k];
-    }
-  }
   // The last occupied slot before `index`, or kNone.
   std::size_t prevUsed(std::size_t index) const;
   // The first free slot at or after `index`, or count().
-  std::size_t nextFree(std::size_t index) const;
+  [[gnu::always_inline]] std::size_t nextFree(std::size_t index) const {
+    if (index >= count_) return count_;
+    std::size_t word = index / 64;
+    std::uint64_t bits = ~words()[word] & (~std::uint64_t{0} << (index % 64));
+    while (bits == 0) {
+      if (++word * 64 >= count_) return count_;
+      bits = ~words()[word];
+    }
+    return std::min(count_, word * 64 + static_cast<std::size_t>(std::countr_zero(bits)));
+  }
 
  private:
   IndexTable(std::uint8_t bits, std::size_t count) : count_(count), bits_(bits) {}
@@ -217,62 +163,17 @@ class IndexTable {
   std::uint8_t bits_;
 };
 
-// A stack of record numbers, in chunks that never move: growing it copies
-// nothing, so no single erase pays for moving the numbers freed before it.
-class NumberStack {
- public:
-  bool empty() const { return size_ == 0; }
-  void push(std::uint32_t number) {
-    if (size_ == chunks_.size() * kChunk) {
-      chunks_.push_back(std::make_unique<std::uint32_t[]>(kChunk));
-    }
-    chunks_[size_ / kChunk][size_ % kChunk] = number;
-    ++size_;
-  }
-  std::uint32_t pop() {
-    --size_;
-    return chunks_[size_ / kChunk][size_ % kChunk];
-  }
-  void copyOf(NumberStack const& other) {
-    while (chunks_.size() * kChunk < other.size_) {
-      chunks_.push_back(std::make_unique<std::uint32_t[]>(kChunk));
-    }
-    for (std::size_t chunk = 0; chunk * kChunk < other.size_; ++chunk) {
-      std::copy_n(other.chunks_[chunk].get(), std::min(kChunk, other.size_ - chunk * kChunk), chunks_[chunk].get());
-    }
-    size_ = other.size_;
-  }
-  template <class Fn>
-  void forEach(Fn&& fn) const {
-    for (std::size_t i = 0; i < size_; ++i) {
-      fn(chunks_[i / kChunk][i % kChunk]);
-    }
-  }
-  void swap(NumberStack& other) noexcept {
-    chunks_.swap(other.chunks_);
-    std::swap(size_, other.size_);
-  }
-  void clear() {
-    chunks_.clear();
-    size_ = 0;
-  }
-
- private:
-  static constexpr std::size_t kChunk = 4096;
-  std::vector<std::unique_ptr<std::uint32_t[]>> chunks_;
-  std::size_t size_ = 0;
-};
-
 // The records of a map, in pages that never move, so that a reference to a
 // record stays good until the record itself goes. Records are numbered from
 // 0; a number given back is handed out again first, the last given back
-// first. The free numbers are kept apart from the records: an erase writes
-// nothing into the record it frees, whose line is seldom in the cache. Pages
-// grow from 8 records to a size of about 256 KiB, so that a small map stays
-// small and a large one wastes at most one page.
+// first: the room of a given-back record holds the number given back before
+// it. Pages grow from 8 records to a size of about 256 KiB, so that a small
+// map stays small and a large one wastes at most one page.
 template <class T>
 class RecordStore {
  public:
+  static constexpr std::uint32_t kNone = ~std::uint32_t{0};
+
   RecordStore() = default;
   RecordStore(RecordStore const&) = delete;
   RecordStore& operator=(RecordStore const&) = delete;
@@ -280,20 +181,22 @@ class RecordStore {
 
   void swap(RecordStore& other) noexcept {
     std::swap(origins_, other.origins_);
-    free_.swap(other.free_);
+    std::swap(freeHead_, other.freeHead_);
     std::swap(issued_, other.issued_);
   }
 
   T& operator[](std::uint32_t number) const { return *std::launder(reinterpret_cast<T*>(room(number))); }
   // The raw room of a record, for the caller to construct it in.
-  void* room(std::uint32_t number) const {
+  [[gnu::always_inline]] void* room(std::uint32_t number) const {
     return reinterpret_cast<void*>(origins_[pageOf(number)] + std::uintptr_t{number} * sizeof(Cell));
   }
 
   // A number for a new record.
-  std::uint32_t take() {
-    if (!free_.empty()) {
-      return free_.pop();
+  [[gnu::always_inline]] std::uint32_t take() {
+    if (freeHead_ != kNone) {
+      std::uint32_t const number = freeHead_;
+      std::memcpy(&freeHead_, room(number), sizeof freeHead_);
+      return number;
     }
     if (issued_ == firstOf(static_cast<std::uint32_t>(origins_.size()))) {
       addPage();
@@ -301,7 +204,10 @@ class RecordStore {
     return issued_++;
   }
   // Takes back the number of a record that the caller destroyed.
-  void give(std::uint32_t number) { free_.push(number); }
+  [[gnu::always_inline]] void give(std::uint32_t number) {
+    std::memcpy(room(number), &freeHead_, sizeof freeHead_);
+    freeHead_ = number;
+  }
 
   // The pages and the free numbers of `other`; the live records are the
   // caller's to copy, at the same numbers.
@@ -310,7 +216,9 @@ class RecordStore {
       addPage();
     }
     issued_ = other.issued_;
-    free_.copyOf(other.free_);
+    freeHead_ = other.freeHead_;
+    other.forEachGiven(
+        [this, &other](std::uint32_t number) { std::memcpy(room(number), other.room(number), sizeof freeHead_); });
   }
 
   // Calls fn(number) for each live record, in number order, which is the
@@ -318,7 +226,7 @@ class RecordStore {
   template <class Fn>
   void forEachLive(Fn&& fn) const {
     std::vector<bool> given(issued_);
-    free_.forEach([&given](std::uint32_t number) { given[number] = true; });
+    forEachGiven([&given](std::uint32_t number) { given[number] = true; });
     for (std::uint32_t number = 0; number < issued_; ++number) {
       if (!given[number]) {
         fn(number);
@@ -332,13 +240,13 @@ class RecordStore {
       ::operator delete(room(firstOf(page)), std::align_val_t(alignof(Cell)));
     }
     origins_.clear();
-    free_.clear();
+    freeHead_ = kNone;
     issued_ = 0;
   }
 
  private:
   struct Cell {
-    alignas(T) unsigned char raw[sizeof(T)];
+    alignas(T) unsigned char raw[std::max(sizeof(T), sizeof(std::uint32_t))];
   };
   // Pages 0 to kSmallPages - 1 double from 8 cells up to kBig in all; the
   // rest hold kBig cells each.
@@ -367,9 +275,20 @@ class RecordStore {
     origins_.push_back(reinterpret_cast<std::uintptr_t>(cells0) - std::uintptr_t{firstOf(page)} * sizeof(Cell));
   }
 
+  // Calls fn(number) for each number given back, the last first.
+  template <class Fn>
+  void forEachGiven(Fn&& fn) const {
+    for (std::uint32_t number = freeHead_; number != kNone;) {
+      std::uint32_t next = kNone;
+      std::memcpy(&next, room(number), sizeof next);
+      fn(number);
+      number = next;
+    }
+  }
+
   std::vector<std::uintptr_t> origins_;
-  NumberStack free_;          // numbers given back, the last on top
-  std::uint32_t issued_ = 0;  // numbers below issued_ have been handed out
+  std::uint32_t freeHead_ = kNone;  // the last number given back
+  std::uint32_t issued_ = 0;        // numbers below issued_ have been handed out
 };
 
 }  // namespace detail
@@ -420,7 +339,7 @@ class HashMap2018 {
       if (record_ != nullptr && onKey_) {
         at(map_->after(position_));
       } else if (record_ != nullptr) {
-        key_ = record_->first;  // its key went: it already stands on the next one
+        remember();  // its key went: it already stands on the next one
       }
       onKey_ = true;
       return *this;
@@ -441,20 +360,31 @@ class HashMap2018 {
       position_ = position;
       record_ = position.table != nullptr ? &map_->recordAt(position) : nullptr;
       if (record_ != nullptr) {
-        key_ = record_->first;
+        remember();
         map_->prefetchAfter(position);
       }
+    }
+    // The place in walk order, kept to find it again after a change: the key
+    // and its order (which spares hashing the key again, unless the map has
+    // taken a new salt since).
+    void remember() const {
+      key_ = record_->first;
+      order_ = (*position_.table)[position_.index].order;
+      salt_ = map_->salt_;
     }
     // After any change of the map, the position is found again from the key.
     void sync() const {
       if (map_ == nullptr || epoch_ == map_->epoch_) return;
       epoch_ = map_->epoch_;
       if (record_ == nullptr) return;
-      K const remembered = std::move(key_);
-      at(map_->lowerBoundPosition(remembered));
-      onKey_ = record_ != nullptr && record_->first == remembered;
-      if (!onKey_) {
-        key_ = remembered;  // still the position to resume after
+      std::uint32_t const order = salt_ == map_->salt_ ? order_ : map_->orderOf(key_);
+      Position const position = map_->lowerBoundPosition(order, key_);
+      position_ = position;
+      record_ = position.table != nullptr ? &map_->recordAt(position) : nullptr;
+      onKey_ = record_ != nullptr && record_->first == key_;
+      if (onKey_) {
+        salt_ = map_->salt_;
+        order_ = order;
       }
     }
 
@@ -464,6 +394,8 @@ class HashMap2018 {
     mutable std::uint64_t epoch_ = 0;
     mutable bool onKey_ = true;
     mutable K key_{};
+    mutable std::uint32_t order_ = 0;
+    mutable std::uint64_t salt_ = 0;
   };
   using iterator = Iterator;
   using const_iterator = Iterator;
@@ -478,6 +410,7 @@ class HashMap2018 {
         newEnd_(other.newEnd_),
         firstHint_(other.firstHint_),
         size_(other.size_),
+        growAt_(other.growAt_),
         name_(other.name_),
         salt_(other.salt_) {
     records_.copyLayoutOf(other.records_);
@@ -500,6 +433,7 @@ class HashMap2018 {
     std::swap(firstHint_, other.firstHint_);
     records_.swap(other.records_);
     std::swap(size_, other.size_);
+    std::swap(growAt_, other.growAt_);
     std::swap(name_, other.name_);
     std::swap(salt_, other.salt_);
     ++epoch_;
@@ -575,13 +509,14 @@ class HashMap2018 {
       }
     }
     size_ = 0;
+    growAt_ = 0;
     ++epoch_;
   }
 
   Iterator begin() const { return Iterator(this, first()); }
   Iterator end() const { return Iterator(this, Position{}); }
   // The first key at or after `key` in walk order; `key` need not exist.
-  Iterator lowerBound(K const& key) const { return Iterator(this, lowerBoundPosition(key)); }
+  Iterator lowerBound(K const& key) const { return Iterator(this, lowerBoundPosition(orderOf(key), key)); }
 
   bool operator==(HashMap2018 const& other) const {
     if (size_ != other.size_) {
@@ -610,9 +545,9 @@ class HashMap2018 {
   IndexTable* tableFor(std::uint32_t order) const { return old_ != nullptr && order >= boundary_ ? old_ : table_; }
 
   // The slot of the key, or the first slot after every key before it.
-  // Inline, so that the spot stays in registers; the rare cases are apart.
-  [[gnu::always_inline]] Spot locate(K const& key) const {
-    std::uint32_t const order = orderOf(key);
+  // Inline, so that the spot stays in registers.
+  [[gnu::always_inline]] Spot locate(K const& key) const { return locateAt(orderOf(key), key); }
+  [[gnu::always_inline]] Spot locateAt(std::uint32_t order, K const& key) const {
     IndexTable* const table = tableFor(order);
     if (table == nullptr) {
       return Spot{nullptr, 0, order, nullptr};
@@ -621,28 +556,10 @@ class HashMap2018 {
     if (table == old_) {
       index = std::max(index, oldFirst_);  // the slots before it have moved to the new table
     }
-    if (index + IndexTable::kWindow <= table->count()) [[likely]] {
-      IndexTable::Window const window = table->window(index, order);
-      index += window.below;
-      if (window.below < IndexTable::kWindow) [[likely]] {
-        if (((window.used >> window.below) & 1U) == 0 || (*table)[index].order != order) {
-          return Spot{table, index, order, nullptr};
-        }
-        value_type& there = records_[(*table)[index].record];
-        if (there.first == key) {
-          return Spot{table, index, order, &there};
-        }
-      }
-    }
-    return scan(table, index, order, key);
-  }
-
-  // From a slot at or before the key's place: past a run longer than the
-  // window, and through keys of the same order, which stand in key order.
-  [[gnu::noinline]] Spot scan(IndexTable* table, std::size_t index, std::uint32_t order, K const& key) const {
     while (index < table->count() && table->used(index) && (*table)[index].order < order) {
       ++index;
     }
+    // Keys of one order stand in key order.
     for (; index < table->count() && table->used(index) && (*table)[index].order == order; ++index) {
       value_type& there = records_[(*table)[index].record];
       if (there.first == key) {
@@ -655,14 +572,17 @@ class HashMap2018 {
     return Spot{table, index, order, nullptr};
   }
 
-  V& insertNew(K const& key, V&& value, Spot spot) {
-    bool const reordered = size_ == 0;
-    if (reordered) {
-      // An empty map takes a new order from its name and its first key.
-      salt_ = hashCombine(name_, hashOf(key));
-    }
-    if (makeRoom() || reordered) {
-      spot = locate(key);
+  // The spot is read field by field: a copy of the whole, just built field
+  // by field, would wait for those stores to land.
+  V& insertNew(K const& key, V&& value, Spot const& found) {
+    IndexTable* table = found.table;
+    std::size_t index = found.index;
+    std::uint32_t order = found.order;
+    if (size_ == 0 || size_ >= growAt_ || old_ != nullptr) [[unlikely]] {
+      Spot const again = makeRoom(key);
+      table = again.table;
+      index = again.index;
+      order = again.order;
     }
     std::uint32_t const number = records_.take();
     value_type* record;
@@ -672,27 +592,29 @@ class HashMap2018 {
       records_.give(number);
       throw;
     }
-    placeSlot(spot, IndexSlot{spot.order, number});
+    placeSlot(table, index, IndexSlot{order, number});
     ++size_;
     ++epoch_;
     return record->second;
   }
 
-  // Before an insert: a table to insert into, a growth begun when the load
-  // would pass 3/4, and the next keys of a growth moved. True if the index
-  // changed.
-  bool makeRoom() {
+  // Before an insert into an empty map, a full one or one that is growing:
+  // a new order for an empty map, a table, a growth begun when the load
+  // would pass 3/4, the next keys of a growth moved. Returns where the key
+  // goes now.
+  [[gnu::noinline]] Spot makeRoom(K const& key) {
+    if (size_ == 0) {
+      salt_ = hashCombine(name_, hashOf(key));  // an empty map takes a new order
+    }
     if (table_ == nullptr) {
       table_ = IndexTable::make(kMinBits);
       firstHint_ = 0;
-      return true;
-    }
-    bool grown = false;
-    if (old_ == nullptr && (size_ + 1) * 4 > table_->homes() * 3) {
+    } else if (old_ == nullptr && size_ >= growAt_) {
       beginGrowth();
-      grown = true;
     }
-    return migrate() || grown;
+    migrate();
+    growAt_ = table_->homes() / 4 * 3;
+    return locate(key);
   }
 
   void beginGrowth() {
@@ -704,13 +626,12 @@ class HashMap2018 {
     boundary_ = (*old_)[oldFirst_].order;
   }
 
-  // Moves the next keys of a growth to the new table. Each goes after every
-  // key there, at its home or just after the last one. Keys of one order
-  // move together, so that the boundary never splits them.
-  bool migrate() {
-    if (old_ == nullptr) {
-      return false;
-    }
+  // Moves the next keys of a growth to the new table, if one is under way.
+  bool migrate() { return old_ != nullptr && migrateStep(); }
+  // Each key goes after every key there, at its home or just after the last
+  // one. Keys of one order move together, so that the boundary never splits
+  // them.
+  [[gnu::noinline]] bool migrateStep() {
     std::uint32_t lastOrder = 0;
     for (std::size_t moved = 0; oldFirst_ != kNone; ++moved) {
       IndexSlot const slot = (*old_)[oldFirst_];
@@ -744,19 +665,20 @@ class HashMap2018 {
     old_ = nullptr;
   }
 
-  // Puts a slot at a spot, shifting the rest of the run one slot right.
-  void placeSlot(Spot const& spot, IndexSlot slot) {
-    IndexTable* table = spot.table;
-    std::size_t free = table->nextFree(spot.index);
+  // Puts a slot at its place, shifting the rest of the run one slot right.
+  void placeSlot(IndexTable* table, std::size_t index, IndexSlot slot) {
+    std::size_t free = table->nextFree(index);
     if (free == table->count()) {
       table = widen(table);
     }
-    table->shiftUp(spot.index, free - spot.index);
-    (*table)[spot.index] = slot;
+    for (std::size_t at = free; at > index; --at) {
+      (*table)[at] = (*table)[at - 1];
+    }
+    (*table)[index] = slot;
     table->usedIs(free, true);
     if (table == table_) {
-      firstHint_ = std::min(firstHint_, spot.index);
-      newEnd_ = std::max(newEnd_, free + 1);
+      firstHint_ = std::min(firstHint_, index);
+      newEnd_ = old_ != nullptr ? std::max(newEnd_, free + 1) : newEnd_;
     }
   }
 
@@ -772,23 +694,23 @@ class HashMap2018 {
   // Takes a slot out, shifting back the keys after it that are not at home.
   void removeSlot(IndexTable* table, std::size_t index) {
     std::size_t hole = index;
-    std::size_t moved = IndexTable::kWindow;
-    while (moved == IndexTable::kWindow && hole + 1 + IndexTable::kWindow <= table->count()) {
-      moved = table->displacedAfter(hole);
-      table->shiftDown(hole, moved);
-      hole += moved;
-    }
-    for (std::size_t next = hole + 1; moved == IndexTable::kWindow && next < table->count() && table->used(next) &&
-                                      table->home((*table)[next].order) <= hole;
-         ++next) {
-      (*table)[hole] = (*table)[next];  // the last slots of the table
+    for (std::size_t next = index + 1;
+         next < table->count() && table->used(next) && table->home((*table)[next].order) <= hole; ++next) {
+      (*table)[hole] = (*table)[next];
       hole = next;
     }
     table->usedIs(hole, false);
+    if (old_ != nullptr) [[unlikely]] {
+      keepGrowthMarks(table, index, hole);
+    }
+  }
+  // During a growth: the old table's first key, when it goes, and the end of
+  // the new table's keys, when the last goes.
+  void keepGrowthMarks(IndexTable const* table, std::size_t index, std::size_t hole) {
     if (table == old_ && index == oldFirst_) {
       oldFirst_ = old_->nextUsed(oldFirst_);
       settleBoundary();
-    } else if (table == table_ && old_ != nullptr && hole + 1 == newEnd_) {
+    } else if (table == table_ && hole + 1 == newEnd_) {
       std::size_t const last = table_->prevUsed(hole);
       newEnd_ = last == kNone ? 0 : last + 1;
     }
@@ -824,8 +746,8 @@ class HashMap2018 {
     }
     return position.table == table_ && old_ != nullptr ? Position{old_, oldFirst_} : Position{};
   }
-  Position lowerBoundPosition(K const& key) const {
-    Spot const spot = locate(key);
+  Position lowerBoundPosition(std::uint32_t order, K const& key) const {
+    Spot const spot = locateAt(order, key);
     if (spot.table == nullptr) {
       return Position{};
     }
@@ -840,7 +762,7 @@ class HashMap2018 {
   // next ones are fetched while the caller works on this one.
   void prefetchAfter(Position position) const {
     IndexTable const& table = *position.table;
-    std::size_t const end = std::min(position.index + 3, table.count());
+    std::size_t const end = std::min(position.index + 5, table.count());
     for (std::size_t index = position.index + 1; index < end; ++index) {
       if (table.used(index)) {
         __builtin_prefetch(records_.room(table[index].record));
@@ -856,6 +778,7 @@ class HashMap2018 {
   mutable std::size_t firstHint_ = 0;  // no key of table_ stands before it
   mutable detail::RecordStore<value_type> records_;
   std::size_t size_ = 0;
+  std::size_t growAt_ = 0;  // the size at which the next insert begins a growth
   std::uint64_t name_ = MapName().salt();
   std::uint64_t salt_ = 0;
   // Moves on every change: an iterator that sees it move seeks its key again.
