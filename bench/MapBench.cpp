@@ -64,35 +64,7 @@ std::vector<Key> const& shuffledKeys(std::size_t count) {
 
 namespace {
 
-void BM_MapInsertRandom(benchmark::State& state) {
-  insertRandom<RxnMap>(state);
-}
-BENCHMARK(BM_MapInsertRandom)->Apply(atBothSizes);
-
-void BM_MapEraseRandom(benchmark::State& state) {
-  eraseRandom<RxnMap>(state);
-}
-BENCHMARK(BM_MapEraseRandom)->Apply(atBothSizes);
-
-void BM_MapLookupHit(benchmark::State& state) {
-  lookupHit<RxnMap>(state);
-}
-BENCHMARK(BM_MapLookupHit)->Apply(atBothSizes);
-
-void BM_MapFillInOtherMapsOrder(benchmark::State& state) {
-  fillInOtherMapsOrder<RxnMap>(state);
-}
-BENCHMARK(BM_MapFillInOtherMapsOrder)->Apply(atBothSizes);
-
-void BM_MapCopy(benchmark::State& state) {
-  copy<RxnMap>(state);
-}
-BENCHMARK(BM_MapCopy)->Apply(atBothSizes);
-
-void BM_MapDrainInWalkOrder(benchmark::State& state) {
-  drainInWalkOrder<RxnMap>(state);
-}
-BENCHMARK(BM_MapDrainInWalkOrder)->Apply(atBothSizes);
+bool const oursRegistered = registerTimings<RxnMap>("BM_Map", true);
 
 // The slowest single operation: each of N random inserts, then each of N
 // erases in walk order, timed alone. The time is the thread's CPU time: on
@@ -132,20 +104,7 @@ BENCHMARK(BM_MapWorstOp)->Apply(atBothSizes)->Iterations(1);
 
 using StdMap = std::unordered_map<Key, HostRow>;
 
-void BM_StdUnorderedMapInsertRandom(benchmark::State& state) {
-  insertRandom<StdMap>(state);
-}
-BENCHMARK(BM_StdUnorderedMapInsertRandom)->Apply(atBothSizes);
-
-void BM_StdUnorderedMapEraseRandom(benchmark::State& state) {
-  eraseRandom<StdMap>(state);
-}
-BENCHMARK(BM_StdUnorderedMapEraseRandom)->Apply(atBothSizes);
-
-void BM_StdUnorderedMapLookupHit(benchmark::State& state) {
-  lookupHit<StdMap>(state);
-}
-BENCHMARK(BM_StdUnorderedMapLookupHit)->Apply(atBothSizes);
+bool const stdRegistered = registerTimings<StdMap>("BM_StdUnorderedMap", false);
 
 }  // namespace
 }  // namespace RxnBench

@@ -13,6 +13,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "fabvxlan/runtime/HashMap.h"
@@ -166,6 +167,25 @@ void lookupHit(benchmark::State& state) {
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   }
   benchmark::DoNotOptimize(sum);
+}
+
+// Registers the timings of a table as <prefix><Operation>/N at both sizes:
+// insert, erase and lookup, and with `walks` the fill in another map's
+// order, the copy and the drain in walk order.
+template <class Table>
+bool registerTimings(std::string const& prefix, bool walks) {
+  auto const add = [&prefix](char const* operation, void (*timing)(benchmark::State&)) {
+    benchmark::RegisterBenchmark((prefix + operation).c_str(), timing)->Apply(atBothSizes);
+  };
+  add("InsertRandom", insertRandom<Table>);
+  add("EraseRandom", eraseRandom<Table>);
+  add("LookupHit", lookupHit<Table>);
+  if (walks) {
+    add("FillInOtherMapsOrder", fillInOtherMapsOrder<Table>);
+    add("Copy", copy<Table>);
+    add("DrainInWalkOrder", drainInWalkOrder<Table>);
+  }
+  return true;
 }
 
 // Heap bytes in use after filling a table with N keys, less before, per key.
