@@ -14,7 +14,8 @@ FUZZ_SECONDS ?= 30
 EVENTS     ?= 1000000
 SEED       ?= 1
 JOBS       ?= $(shell nproc)
-PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev
+# libabsl-dev: the absl::flat_hash_map baselines of the benchmarks, nothing else.
+PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev libabsl-dev
 SUDO       := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 .PHONY: all deps fuzz-deps build asan run test bench examples fuzz stress format clean
@@ -86,10 +87,11 @@ examples: build
 	done
 
 # The goal check comes last, so that a missed goal fails the command with
-# every JSON file written.
+# every JSON file written. The runtime's repetitions are interleaved, so that
+# a table and its baseline see the same load of a shared machine.
 bench: build
 	@mkdir -p $(BUILD)/bench
-	$(BUILD)/bench/fabvxlan-bench-runtime --benchmark_repetitions=5 \
+	$(BUILD)/bench/fabvxlan-bench-runtime --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true \
 	  --benchmark_out=$(BUILD)/bench/runtime.json --benchmark_out_format=json
 	$(BUILD)/bench/fabvxlan-bench-vtep --benchmark_repetitions=3 \
 	  --benchmark_out=$(BUILD)/bench/vtep.json --benchmark_out_format=json

@@ -291,7 +291,9 @@ void VxlanCentralSm::recordRestartEntries() {
 }
 
 void VxlanCentralSm::removeStaleRestartEntries() {
-  for (auto const& [entry, present] : hitlessRestartEntries_) {
+  for (auto it = hitlessRestartEntries_.begin(); it != hitlessRestartEntries_.end(); ++it) {
+    // A copy: deleting the VTEP runs handlers that may erase the entry.
+    Vxlan::MacVlanVtep const entry = it.key();
     Vxlan::MacVlanPair const key(entry.mac(), entry.vlanId());
     if (Rxn::Ptr<Vxlan::BumVtepList> const list = bumStatus_->bumVtepList(key)) {
       RXN_TRACE(7, " removing stale restart entry " << entry);

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <memory>
+#include <stdexcept>
 
 #include "fabvxlan/runtime/Exception.h"
 
@@ -304,11 +304,13 @@ Activity::~Activity() {
   tCurrent = previous_;
 }
 
+// A clock or a descriptor bound to an activity that nobody runs would never
+// fire: refuse instead.
 Activity& Activity::current() {
   if (tCurrent == nullptr) {
-    // A thread that never made an activity gets a real-time one of its own.
-    static thread_local std::unique_ptr<Activity> fallback;
-    fallback = std::make_unique<Activity>();
+    throw std::logic_error(
+        "no Rxn::Activity on this thread: create the Rxn::Activity before the first machine, clock reactor or "
+        "file descriptor");
   }
   return *tCurrent;
 }

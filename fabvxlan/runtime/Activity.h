@@ -152,6 +152,7 @@ class Activity {
   Activity(Activity const&) = delete;
   Activity& operator=(Activity const&) = delete;
 
+  // The activity of this thread; throws std::logic_error if there is none.
   static Activity& current();
 
   Ptr<Clock> const& clock() const { return clock_; }
@@ -192,15 +193,16 @@ class Activity {
   Ptr<Clock> clock_;
   int epoll_ = -1;
   std::uint64_t nextWatchId_ = 1;
-  HashMap2018<std::uint64_t, FileDescriptor*> watched_;
-  HashMap2018<FileDescriptor*, bool> descriptors_;
+  HashMap2018<std::uint64_t, FileDescriptor*> watched_{MapName("Rxn::Activity::watched")};
+  HashMap2018<FileDescriptor*, bool> descriptors_{MapName("Rxn::Activity::descriptors")};
   double lastPoll_ = 0.0;
   bool stopped_ = false;
 };
 
 class ActivityFacility {
  public:
-  // The shared clock of the running activity.
+  // The shared clock of the running activity. Throws std::logic_error when
+  // the thread has none: the activity comes before the first machine.
   static Ptr<Clock> clock() { return Activity::current().clock(); }
 };
 

@@ -32,7 +32,7 @@ void Entity::entityIs(Ptr<Entity> const& child) {
     throwRangeException("null _entity parameter to mutator for Rxn::Entity::entity not allowed");
   }
   if (children_ == nullptr) {
-    children_ = new HashMap<String, Entity>;
+    children_ = new HashMap<String, Entity>(MapName("Rxn::Entity::entity"));
   }
   Name const childName = child->name();
   Ptr<Entity> const replaced = attr::valueAt(*children_, childName);
@@ -43,7 +43,7 @@ void Entity::entityIs(Ptr<Entity> const& child) {
   }
 }
 
-void Entity::entityDel(String const& name) {
+void Entity::entityDel(String name) {
   if (children_ == nullptr) {
     return;
   }

@@ -43,7 +43,7 @@ class Entity : public PtrInterface {
   Ptr<Entity> entity(String const& name) const;
   HashMap<String, Entity> const& entity() const;
   void entityIs(Ptr<Entity> const& child);
-  void entityDel(String const& name);
+  void entityDel(String name);
   void entityNotify(String const& name) const {
     rxnVisitNotifiees<NotifieeConst>(NotifieeConst::kDepth, [&](NotifieeConst* n) { n->onEntity(name); });
   }
@@ -74,12 +74,17 @@ typename Map::mapped_type valueAt(Map const& map, typename Map::key_type const& 
 }
 
 // xDelAll: a loop of per-key deletes, so that every key notifies by itself.
+// A collection that it leaves empty gives its room back at once; one emptied
+// key by key keeps the room of its peak for the next fill.
 template <class Map, class Del>
-void delAll(Map const& map, Del&& del) {
+void delAll(Map& map, Del&& del) {
   for (auto it = map.begin(); it != map.end();) {
     typename Map::key_type const key = it.key();
     ++it;
     del(key);
+  }
+  if (map.empty()) {
+    map.clear();
   }
 }
 

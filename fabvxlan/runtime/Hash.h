@@ -38,7 +38,16 @@ inline std::uint64_t hashMix(std::uint64_t h) {
   return h;
 }
 
-// Combines the hashes of the fields of a record.
+// The hash of a record: its fields' hashes folded with one multiply each.
+// A hash collection mixes what it is given, so the fold need not.
+template <class... Fields>
+std::uint64_t hashFields(Fields const&... fields) {
+  std::uint64_t h = 0;
+  ((h = h * 0x9e3779b97f4a7c15ULL + hashOf(fields)), ...);
+  return h;
+}
+
+// Combines two hashes into a well-mixed one.
 inline std::uint64_t hashCombine(std::uint64_t seed, std::uint64_t h) {
   return hashMix(seed ^ (h + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2)));
 }

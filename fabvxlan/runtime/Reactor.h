@@ -174,7 +174,7 @@ class ReactorCollection : public ReactorHolder {
   using Watched = typename R::Watched;
 
   ReactorCollection(ReactorRegistry& registry, char const* ownerClass, char const* attrName)
-      : ownerClass_(ownerClass), attrName_(attrName) {
+      : reactors_(MapName(ownerClass, attrName)), ownerClass_(ownerClass), attrName_(attrName) {
     registry.keyedIs(this);
   }
 
@@ -218,7 +218,8 @@ class ReactorCollection : public ReactorHolder {
   }
 
   // The owner's xxxDel(key): retires the key's reactor; returns its notifier.
-  Ptr<Watched> del(K const& key) {
+  // The key is a copy: the removal hook may change the map it came from.
+  Ptr<Watched> del(K key) {
     std::optional<Ptr<R>> taken = reactors_.take(key);
     if (!taken) {
       return Ptr<Watched>();
@@ -233,7 +234,7 @@ class ReactorCollection : public ReactorHolder {
   // One key of the source changed: follow it. A reactor whose start removed
   // its own member from the source goes again at once.
   template <class Owner, class Source>
-  void follow(Owner* owner, Source const& source, K const& key) {
+  void follow(Owner* owner, Source const& source, K key) {
     if (auto const* member = source.find(key); member != nullptr && *member) {
       is(owner, *member);
     }

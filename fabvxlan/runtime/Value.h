@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "fabvxlan/runtime/Exception.h"
-#include "fabvxlan/runtime/HashMap.h"
+#include "fabvxlan/runtime/KeySet.h"
 #include "fabvxlan/runtime/String.h"
 
 namespace Rxn {
@@ -103,23 +103,23 @@ struct ValueTraits<T> {
   }
 };
 
-// A key set, as a sequence of its keys in iteration order.
+// A key set of a record, as a sequence of its keys in order.
 template <class K>
-struct ValueTraits<HashMap2018<K, bool>> {
-  static String strep(HashMap2018<K, bool> const& set) {
+struct ValueTraits<KeySet<K>> {
+  static String strep(KeySet<K> const& set) {
     String out = "[";
-    for (auto const& [key, member] : set) {
-      out += (out.size() > 1 ? ", " : "") + ValueTraits<K>::strep(key);
+    for (auto it = set.begin(); it != set.end(); ++it) {
+      out += (it == set.begin() ? "" : ", ") + ValueTraits<K>::strep(it.key());
     }
     return out + "]";
   }
-  static HashMap2018<K, bool> fromStrep(StrepNode const& node) {
+  static KeySet<K> fromStrep(StrepNode const& node) {
     if (node.kind != StrepNode::Kind::sequence) {
       throwStrepError("expected a sequence of keys", node);
     }
-    HashMap2018<K, bool> set;
+    KeySet<K> set;
     for (StrepNode const& item : node.items) {
-      set.insertOrAssign(ValueTraits<K>::fromStrep(item), true);
+      set.insert(ValueTraits<K>::fromStrep(item));
     }
     return set;
   }

@@ -96,7 +96,9 @@ void VtepSm::handleInitialized() {
   RXN_TRACE(7, " initial genId " << genId());
   vtiStatus_.forEach([this](RxnVtiStatus* reactor) { handleVtiUp(reactor->fwkKey()); });
   // The published list starts empty in any case.
-  for (auto const& [vti, hwStatus] : vxlanHwStatusDir()->vxlanHwStatus()) {
+  // A counted copy of each status: the deletes run handlers that may change the directory.
+  for (auto it = vxlanHwStatusDir()->vxlanHwStatus().begin(); it != vxlanHwStatusDir()->vxlanHwStatus().end(); ++it) {
+    auto const hwStatus = it.value();
     hwStatus->remoteVtepDelAll();
   }
   RXN_TRACE(7, " tunnelConfig entries: " << tunnelConfig_->tunnelConfigEntrys()
@@ -107,7 +109,8 @@ void VtepSm::handleInitialized() {
     tunnelConfig_->activeNextHopIdDelAll();
     tunnelConfig_->tunnelConfigEntryDelAll();
     // No tunnel of an earlier life stands any more: neither does what it published.
-    for (auto const& [vti, status] : vtepStatusDir_->vtepStatus()) {
+    for (auto it = vtepStatusDir_->vtepStatus().begin(); it != vtepStatusDir_->vtepStatus().end(); ++it) {
+      auto const status = it.value();
       status->hwVtepInfoDelAll();
     }
   } else {

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,24 @@ class Alarm : public Rxn::Clock::NotifieeConst {
   std::string name_;
   Lines& journal_;
 };
+
+// A machine built before its loop would bind a clock that nobody runs, and
+// its timers would never fire: the runtime refuses it instead.
+TEST(Clock, AReactorMadeBeforeAnyActivityIsRefusedWithTheRemedyInTheText) {
+  Lines journal;
+  try {
+    Rxn::Ptr<Alarm> const early(new Alarm("early", journal));
+    FAIL() << "a clock reactor was made with no activity";
+  } catch (std::logic_error const& e) {
+    EXPECT_NE(std::string(e.what()).find("create the Rxn::Activity before the first machine"), std::string::npos)
+        << e.what();
+  }
+  Rxn::Activity activity(Rxn::Activity::TimeMode::simulated);
+  Rxn::Ptr<Alarm> const late(new Alarm("late", journal));
+  late->timeMinIs(0);
+  activity.runTurn();
+  EXPECT_EQ(journal, Lines{"late@0"});
+}
 
 TEST(Clock, ANextTurnArmingFiresAfterTheHandlerChainUnwinds) {
   Rxn::Activity activity(Rxn::Activity::TimeMode::simulated);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/runtime/Recorder.h"
 #include "tests/runtime/RxnTestState.h"
 
@@ -65,6 +67,74 @@ TEST(Attribute, KeyedValuesNotifyPerKeyAndLookupsNeverInsert) {
   // The key-less notify says that any key may have changed.
   sensor->limitNotify();
   EXPECT_EQ(recorder->take(), Lines{"limit *"});
+}
+
+// Another machine's handler: when one of the first limits of the sensor it
+// watches goes, it takes the same key out of `table` and puts a fresh key
+// in, which takes the room the old one had.
+class Replacer : public Sensor::NotifieeConst {
+ public:
+  static constexpr std::uint32_t kFresh = 1000000;
+  Replacer(Rxn::Ptr<Sensor const> const& watched, Rxn::Ptr<Sensor> const& table) : table_(table) {
+    notifierIs(watched);
+    isRegisteredNotifieeIs(true);
+    hasNotificationActiveIs(true);
+  }
+  void onLimit(std::uint32_t const& key) override {
+    std::uint32_t const gone = key;
+    if (gone >= kFresh || notifier()->limit().contains(gone)) return;
+    table_->limitDel(gone);
+    table_->limitIs(gone + kFresh, 0);
+  }
+
+ private:
+  Rxn::Ptr<Sensor> table_;
+};
+
+// What a recorder heard of the first keys, sorted.
+Lines firstKeysHeard(Lines const& heard) {
+  Lines first;
+  std::copy_if(heard.begin(), heard.end(), std::back_inserter(first),
+               [](std::string const& line) { return std::stoul(line.substr(6)) < Replacer::kFresh; });
+  std::sort(first.begin(), first.end());
+  return first;
+}
+
+// The pattern of a drain: delete each key of a collection with the
+// reference the walk hands out, while handlers change the collection.
+TEST(Attribute, AMutatorTakesItsKeySafelyFromTheCollectionItChangesOrFromAnother) {
+  Rxn::Ptr<Sensor> sensor = sensorFactory(1);
+  Rxn::Ptr<Sensor> other = sensorFactory(2);
+  Lines expected;
+  for (std::uint32_t key = 0; key < 3500; key += 7) {
+    sensor->limitIs(key, 1);
+    other->limitIs(key, 1);
+    expected.push_back("limit " + std::to_string(key));
+  }
+  std::sort(expected.begin(), expected.end());
+
+  // A reference into the map it deletes from, which a first handler refills.
+  Rxn::Ptr<Replacer> refill(new Replacer(sensor, sensor));
+  Rxn::Ptr<SensorRecorder> recorder(new SensorRecorder(sensor));
+  for (auto const& [key, limit] : sensor->limit()) {
+    if (key < Replacer::kFresh) sensor->limitDel(key);
+  }
+  EXPECT_EQ(firstKeysHeard(recorder->take()), expected);
+  refill->notifierIs(nullptr);
+
+  // A reference into another map, which the first handler to hear the
+  // change takes the key out of.
+  Rxn::Ptr<Replacer> echo(new Replacer(other, sensor));
+  Rxn::Ptr<SensorRecorder> otherRecorder(new SensorRecorder(other));
+  sensor->limitDelAll();
+  for (std::uint32_t key = 0; key < 3500; key += 7) {
+    sensor->limitIs(key, 1);
+  }
+  for (auto const& [key, limit] : sensor->limit()) {
+    if (key < Replacer::kFresh) other->limitDel(key);
+  }
+  EXPECT_EQ(firstKeysHeard(otherRecorder->take()), expected);
+  EXPECT_EQ(other->limits(), 0U);
 }
 
 TEST(Attribute, ValuesWithTheKeyInsideAndKeySets) {

@@ -5,6 +5,7 @@
 #include "fabvxlan/runtime/Exception.h"
 #include "fabvxlan/state/imported/Bridging.h"
 #include "fabvxlan/state/imported/Wire.h"
+#include "tests/runtime/CountedAllocations.h"
 #include "tests/runtime/RxnTestState.h"
 
 namespace {
@@ -60,6 +61,61 @@ TEST(Value, RecordsAndEnumerationsRoundTripThroughTheirStringForm) {
   EXPECT_LT(calibration, parsed);
   EXPECT_NE(calibration.hash(), parsed.hash());
   EXPECT_EQ(calibration.stringValue(), "Calibration(points=[3], scale=0.5)");
+}
+
+// Records are read by copy, as an entity's accessors hand them out: a
+// record that holds a key set must not copy the set each time.
+TEST(Value, AKeySetInARecordCostsNoAllocationToReadAndWalksInKeyOrder) {
+  RxnTest::Calibration many;
+  for (std::uint32_t point : {9, 3, 7}) {
+    many.pointsIs(point, true);
+  }
+  RxnTest::Calibration one;
+  one.pointsIs(5, true);
+  Rxn::Ptr<RxnTest::Sensor> sensor = RxnTest::sensorFactory(1);
+  sensor->calibrationIs(many);
+
+  std::size_t const before = RxnTest::allocationsSoFar();
+  RxnTest::Calibration const read = sensor->calibration();
+  RxnTest::Calibration single;
+  single.pointsIs(4, true);
+  RxnTest::Calibration const copyOfOne = single;
+  EXPECT_EQ(RxnTest::allocationsSoFar(), before);
+  EXPECT_EQ(read, many);
+  EXPECT_TRUE(copyOfOne.points(4));
+
+  // A change is the changed copy's alone.
+  RxnTest::Calibration changed = read;
+  changed.pointsIs(11, true);
+  changed.pointsDel(3);
+  EXPECT_TRUE(changed.points(11));
+  EXPECT_FALSE(sensor->calibration().points(11));
+  EXPECT_TRUE(sensor->calibration().points(3));
+
+  // Equal sets walk, compare, hash and print alike, whatever their history.
+  RxnTest::Calibration other;
+  for (std::uint32_t point : {7, 11, 9, 3}) {
+    other.pointsIs(point, true);
+  }
+  other.pointsIs(3, false);
+  EXPECT_EQ(other, changed);
+  EXPECT_EQ(other.hash(), changed.hash());
+  EXPECT_EQ(other.stringValue(), "Calibration(points=[7, 9, 11], scale=1)");
+  std::vector<std::uint32_t> walked;
+  for (auto const& [point, member] : other.points()) {
+    EXPECT_TRUE(member);
+    walked.push_back(point);
+  }
+  EXPECT_EQ(walked, (std::vector<std::uint32_t>{7, 9, 11}));
+
+  // Down to one key, and to none.
+  other.pointsDel(7);
+  other.pointsDel(11);
+  EXPECT_EQ(other.pointss(), 1U);
+  EXPECT_TRUE(other.points(9));
+  other.pointsDel(9);
+  EXPECT_TRUE(!other);
+  EXPECT_LT(other, one);
 }
 
 TEST(Value, WrappersCheckTheirRangeAndKnowTheirWord) {

@@ -289,6 +289,7 @@ def parse_value(p, namespace, line):
             decl.members.append(parse_member(p, allow_collections=False))
     if not decl.members:
         p.error_at(decl.line, f"value {decl.name} has no fields")
+    refuse_duplicates(p, decl, [(m.name, m.line) for m in decl.members])
     if decl.key and decl.key not in [m.name for m in decl.members]:
         p.error_at(decl.line, f"value {decl.name}: key {decl.key} is not a field")
     return decl
@@ -312,7 +313,17 @@ def parse_entity(p, namespace, line):
     for name, line in named:
         if name in ENTITY_RESERVED:
             p.error_at(line, f"entity {decl.name}: '{name}' would hide a member every entity has")
+    refuse_duplicates(p, decl, named)
     return decl
+
+
+def refuse_duplicates(p, decl, named):
+    """Two attributes of one name would declare the same members twice."""
+    seen = set()
+    for name, line in named:
+        if name in seen:
+            p.error_at(line, f"{decl.name}: duplicate attribute '{name}'")
+        seen.add(name)
 
 
 def parse_member(p, allow_collections):
@@ -354,7 +365,98 @@ def parse_member(p, allow_collections):
         p.error(f"{member.name}: a value record holds plain fields and key sets only", token)
     if member.kind in ("child", "children") and member.default:
         p.error(f"{member.name}: an owned entity takes no default", token)
+    if member.kind in ("coll", "inside", "set") and member.default:
+        p.error(f"{member.name}: a collection takes no default; it starts empty", token)
     return member
+
+
+# ---------------------------------------------------------------------------
+# Checking types
+#
+# A type is a primitive, a declaration of a schema of the run, or a C++ type
+# declared in a hand-written header that the schema includes (directly, or
+# through the headers and schemas it includes). Declarations are found by a
+# plain scan of namespaces, classes, structs, enums and aliases: enough to
+# tell a misspelt name from a real one.
+
+# Every generated header includes these: the runtime's own types.
+RUNTIME_HEADERS = ["fabvxlan/runtime/Entity.h", "fabvxlan/runtime/Value.h"]
+CPP_NOISE_RE = re.compile(r"//[^\n]*|/\*.*?\*/|\"(?:\\.|[^\"\\\n])*\"|'(?:\\.|[^'\\\n])*'", re.S)
+CPP_DECL_RE = re.compile(
+    r"\bnamespace\s+([\w:]+)\s*\{|\b(?:class|struct)\s+(\w+)|\benum\s+(?:class\s+)?(\w+)|\busing\s+(\w+)\s*=|([{}])")
+INCLUDE_RE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
+
+
+class CppTypes:
+    """The C++ types that hand-written headers declare, by qualified name."""
+
+    def __init__(self, root, schema_includes):
+        self.root = root
+        self.schema_includes = schema_includes  # a generated header: its schema's includes
+        self.names_by_header = {}
+
+    def reachable(self, headers):
+        names, seen, todo = set(), set(), list(headers)
+        while todo:
+            header = todo.pop()
+            if header in seen:
+                continue
+            seen.add(header)
+            if header in self.schema_includes:
+                todo.extend(self.schema_includes[header])
+                continue
+            declared, included = self.scan(header)
+            names |= declared
+            todo.extend(included)
+        return names
+
+    def scan(self, header):
+        if header not in self.names_by_header:
+            try:
+                with open(os.path.join(self.root, header), encoding="utf-8") as f:
+                    text = f.read()
+            except OSError:
+                text = ""  # a system header or one outside the tree: nothing to learn
+            self.names_by_header[header] = (declared_names(CPP_NOISE_RE.sub(" ", text)), INCLUDE_RE.findall(text))
+        return self.names_by_header[header]
+
+
+def declared_names(text):
+    names, scopes = set(), []  # per open brace: the namespace it opens, or None
+    for m in CPP_DECL_RE.finditer(text):
+        namespace, record, enum, alias, brace = m.groups()
+        if namespace:
+            scopes.append(namespace)
+        elif brace == "{":
+            scopes.append(None)
+        elif brace == "}":
+            if scopes:
+                scopes.pop()
+        else:
+            names.add("::".join([s for s in scopes if s] + [record or enum or alias]))
+    return names
+
+
+def check_types(schema, symbols, cpp_types):
+    known = cpp_types.reachable(RUNTIME_HEADERS + schema.includes)
+    for decl in schema.decls:
+        used = []
+        if decl.kind in ("entity", "attrs"):
+            used += [(decl.name, decl.base, decl.line)] if decl.base else []
+            used += [(decl.name, decl.key[1], decl.line)] if decl.key else []
+        for m in decl.members:
+            used += [(m.name, m.type, m.line)] + ([(m.name, m.key, m.line)] if m.key else [])
+        for what, type_name, line in used:
+            if not known_type(type_name, decl.namespace, symbols, known):
+                raise SchemaError(f"{schema.path}:{line}: {what}: unknown type '{type_name}'")
+
+
+def known_type(type_name, namespace, symbols, known):
+    name = type_name.split("<")[0].strip()
+    if name in PRIMITIVES or symbols.find(name, namespace):
+        return True
+    parts = namespace.split("::") if namespace else []
+    return any("::".join(parts[:n] + [name]) in known for n in range(len(parts), -1, -1))
 
 
 # ---------------------------------------------------------------------------
@@ -409,11 +511,23 @@ def member_cpp_type(member):
     return base
 
 
-def storage_type(member):
+def storage_type(member, in_record=False):
     value = member_cpp_type(member)
     if member.kind == "scalar" or member.kind == "child":
         return value
+    if in_record:
+        return f"Rxn::KeySet<{cpp_type(member.key)}>"
     return f"Rxn::HashMap2018<{cpp_type(member.key)}, {value}>"
+
+
+def storage_line(member, decl, symbols):
+    """The data member of an attribute. A collection of an entity or a machine
+    is named Ns::Class::attribute, which salts its walk order."""
+    if member.kind in ("scalar", "child") or decl.kind == "value":
+        init = default_expr(member, decl, symbols) or ""
+    else:
+        init = f'Rxn::MapName("{decl.qualified}::{member.name}")'
+    return f"  {storage_type(member, decl.kind == 'value')} {member.name}_{{{init}}};"
 
 
 def default_expr(member, decl, symbols):
@@ -485,10 +599,10 @@ def emit_value(h, cpp, decl, symbols):
         if f.kind == "set":
             k = cpp_type(f.key)
             h(f"  bool {f.name}({k} const& key) const {{ return {f.name}_.contains(key); }}")
-            h(f"  Rxn::HashMap2018<{k}, bool> const& {f.name}() const {{ return {f.name}_; }}")
+            h(f"  Rxn::KeySet<{k}> const& {f.name}() const {{ return {f.name}_; }}")
             h(f"  std::size_t {f.name}s() const {{ return {f.name}_.size(); }}")
             h(f"  void {f.name}Is({k} const& key, bool member) {{")
-            h(f"    if (member) {f.name}_.insertOrAssign(key, true); else {f.name}_.erase(key);")
+            h(f"    if (member) {f.name}_.insert(key); else {f.name}_.erase(key);")
             h("  }")
             h(f"  void {f.name}Del({k} const& key) {{ {f.name}_.erase(key); }}")
             continue
@@ -507,23 +621,16 @@ def emit_value(h, cpp, decl, symbols):
     h(f"  bool operator<({n} const& other) const {{ return std::tie({ties}) < std::tie({other_ties}); }}")
     empty = decl.empty_when or f"*this == {n}()"
     h(f"  bool operator!() const {{ return {empty}; }}")
-    h("  std::uint64_t hash() const;")
+    # Inline, so that hashing a key for a lookup costs no call.
+    h(f"  std::uint64_t hash() const {{ return Rxn::hashFields({', '.join(f.name + '_' for f in fields)}); }}")
     h("  Rxn::String stringValue() const;")
     h()
     h(" private:")
     for f in fields:
-        d = default_expr(f, decl, symbols)
-        h(f"  {storage_type(f)} {f.name}_{{{d or ''}}};")
+        h(storage_line(f, decl, symbols))
     h("};")
     h(f"std::ostream& operator<<(std::ostream& out, {n} const& value);")
     h()
-    cpp(f"std::uint64_t {n}::hash() const {{")
-    cpp("  std::uint64_t h = 0;")
-    for f in fields:
-        cpp(f"  h = Rxn::hashCombine(h, Rxn::hashOf({f.name}_));")
-    cpp("  return h;")
-    cpp("}")
-    cpp()
     cpp(f"Rxn::String {n}::stringValue() const {{")
     cpp("  std::ostringstream out;")
     cpp("  out << *this;")
@@ -606,7 +713,7 @@ def emit_value_traits(h, cpp, decl):
     cpp(f'  strep::expectRecord(node, "{q}", {len(fields)});')
     cpp(f"  {q} value;")
     for i, f in enumerate(fields):
-        t = storage_type(f)
+        t = storage_type(f, in_record=True)
         parsed = f'ValueTraits<{t}>::fromStrep(strep::field(node, "{q}", "{f.name}", {i}))'
         if f.kind == "set":
             cpp(f"  for (auto const& [key, member] : {parsed}) value.{f.name}Is(key, member);")
@@ -670,8 +777,7 @@ def emit_entity(h, decl, symbols):
     if decl.key:
         h(f"  {cpp_type(decl.key[1])} {decl.key[0]}_;")
     for m in decl.members:
-        d = default_expr(m, decl, symbols)
-        h(f"  {storage_type(m)} {m.name}_{{{d or ''}}};")
+        h(storage_line(m, decl, symbols))
     h("};")
     h()
     emit_notifiee(h, decl)
@@ -732,8 +838,10 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
     h(f"  {t} {x}({k} const& key) const {{ return Rxn::attr::valueAt({x}_, key); }}")
     h(f"  Rxn::HashMap2018<{k}, {t}> const& {x}() const {{ return {x}_; }}")
     h(f"  std::size_t {x}s() const {{ return {x}_.size(); }}")
+    # Mutators take their key by value: a key read from this collection, or
+    # from one that a handler changes, stays good through the notification.
     if m.kind == "children":
-        h(f"  {t} {x}Is({k} const& key) {{")
+        h(f"  {t} {x}Is({k} key) {{")
         h(f"    auto [slot, fresh] = {x}_.findOrInsert(key);")
         h("    if (!fresh) return *slot;")
         h(f"    *slot = Rxn::attr::adopt({t}(new {cpp_type(m.type)}(key)), {parent}, \"{x}\");")
@@ -741,7 +849,7 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
         h(f"    {x}Notify(key);")
         h("    return child;")
         h("  }")
-        h(f"  void {x}Del({k} const& key) {{")
+        h(f"  void {x}Del({k} key) {{")
         h(f"    std::optional<{t}> const old = {x}_.take(key);")
         h("    if (!old) return;")
         h(f"    Rxn::attr::orphan(*old);")
@@ -752,30 +860,30 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
         h(f"    {k} const key = value.{m.key_field or 'fwkKey'}();")
         h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
         h("  }")
-        h(f"  {t} {x}Del({k} const& key) {{")
+        h(f"  {t} {x}Del({k} key) {{")
         h(f"    std::optional<{t}> const old = {x}_.take(key);")
         h(f"    if (!old) return {t}();")
         h(f"    {x}Notify(key);")
         h("    return *old;")
         h("  }")
     elif m.kind == "set":
-        h(f"  void {x}Is({k} const& key, bool member) {{")
+        h(f"  void {x}Is({k} key, bool member) {{")
         h("    if (!member) {")
         h(f"      {x}Del(key);")
         h("    } else if (" + f"{x}_.insertOrAssign(key, true).second) {{")
         h(f"      {x}Notify(key);")
         h("    }")
         h("  }")
-        h(f"  void {x}Del({k} const& key) {{")
+        h(f"  void {x}Del({k} key) {{")
         h(f"    if ({x}_.erase(key)) {x}Notify(key);")
         h("  }")
     else:
-        h(f"  void {x}Is({k} const& key, {t} const& value) {{")
+        h(f"  void {x}Is({k} key, {t} const& value) {{")
         if m.ref:
             h(f'    if (!value) Rxn::throwRangeException("{null_text(decl, m)}");')
         h(f"    if ({x}_.insertOrAssign(key, value).second) {x}Notify(key);")
         h("  }")
-        h(f"  void {x}Del({k} const& key) {{")
+        h(f"  void {x}Del({k} key) {{")
         h(f"    if ({x}_.erase(key)) {x}Notify(key);")
         h("  }")
     h(f"  void {x}DelAll() {{")
@@ -800,8 +908,7 @@ def emit_attrs(h, decl, symbols):
     h()
     h(" private:")
     for m in decl.members:
-        d = default_expr(m, decl, symbols)
-        h(f"  {storage_type(m)} {m.name}_{{{d or ''}}};")
+        h(storage_line(m, decl, symbols))
     h("};")
     h()
 
@@ -941,14 +1048,19 @@ def main(argv=None):
 
     symbols = Symbols()
     parsed = []
+    schema_includes = {}
     try:
         for path in args.imports + args.schemas:
             with open(path, encoding="utf-8") as f:
                 schema = parse_schema(os.path.relpath(path, args.root), f.read())
             for decl in schema.decls:
                 symbols.add(decl)
+            schema_includes[schema.path[: -len(".rxn")] + ".h"] = schema.includes
             if path in args.schemas:
                 parsed.append(schema)
+        cpp_types = CppTypes(args.root, schema_includes)
+        for schema in parsed:
+            check_types(schema, symbols, cpp_types)
         for schema in parsed:
             header, source = generate(schema, schema.path, symbols)
             stem = os.path.join(args.out, schema.path[: -len(".rxn")])

@@ -97,14 +97,6 @@ Rxn::String EthAddr::stringValue() const {
   return Rxn::format("%02x%02x.%02x%02x.%02x%02x", bytes_[0], bytes_[1], bytes_[2], bytes_[3], bytes_[4], bytes_[5]);
 }
 
-std::uint64_t EthAddr::hash() const {
-  std::uint64_t h = 0;
-  for (std::uint8_t const b : bytes_) {
-    h = (h << 8) | b;
-  }
-  return h;
-}
-
 IpAddr IpAddr::fromString(Rxn::String const& text) {
   in_addr addr{};
   if (inet_pton(AF_INET, text.c_str(), &addr) != 1) {

@@ -47,7 +47,12 @@ class EthAddr : public Rxn::ValueOps<EthAddr> {
   bool isUnicast() const { return (bytes_[0] & 1U) == 0; }
   bool isZero() const { return *this == EthAddr(); }
   Rxn::String stringValue() const;
-  std::uint64_t hash() const;
+  // The address as a 48-bit number. Inline: every lookup of a remote MAC
+  // hashes one.
+  std::uint64_t hash() const {
+    return std::uint64_t{bytes_[0]} << 40 | std::uint64_t{bytes_[1]} << 32 | std::uint64_t{bytes_[2]} << 24 |
+           std::uint64_t{bytes_[3]} << 16 | std::uint64_t{bytes_[4]} << 8 | bytes_[5];
+  }
   auto operator<=>(EthAddr const& other) const = default;
 
  private:

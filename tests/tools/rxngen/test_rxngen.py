@@ -57,6 +57,14 @@ class BadSchemas(unittest.TestCase):
         ("enum E { }\n", "bad.rxn:1: enum E has no enumerators"),
         ("entity E {\n  x : u32\n}\n", "bad.rxn:3: expected ';'"),
         ("entity E { x : u32; $ }\n", "bad.rxn:1: unexpected character '$'"),
+        ("entity E {\n  m : u32[u32] = 1;\n}\n", "bad.rxn:2: m: a collection takes no default; it starts empty"),
+        ("entity E {\n  s : set<u32> = 1;\n}\n", "bad.rxn:2: s: a collection takes no default; it starts empty"),
+        ("entity E {\n  x : u32;\n  x : u64;\n}\n", "bad.rxn:3: E: duplicate attribute 'x'"),
+        ("entity E key x : u32 {\n  x : u32;\n}\n", "bad.rxn:2: E: duplicate attribute 'x'"),
+        ("value V {\n  a : u32;\n  b : u8;\n  a : u8;\n}\n", "bad.rxn:4: V: duplicate attribute 'a'"),
+        ("entity E {\n  x : Nope;\n}\n", "bad.rxn:2: x: unknown type 'Nope'"),
+        ("namespace A;\nentity E {\n  m : u32[Wire::IpAdr];\n}\n", "bad.rxn:3: m: unknown type 'Wire::IpAdr'"),
+        ("entity E : Base {\n  x : u32;\n}\n", "bad.rxn:1: E: unknown type 'Base'"),
     ]
 
     def test_each_error_names_the_file_and_line(self):
@@ -68,6 +76,31 @@ class BadSchemas(unittest.TestCase):
                 self.assertEqual(result.returncode, 1)
                 self.assertEqual(result.stderr.strip(), "rxngen: " + message)
                 self.assertFalse(os.path.exists(os.path.join(root, "out")), "nothing is written on error")
+
+
+class KnownTypes(unittest.TestCase):
+    """A C++ type is known when a hand-written header the schema reaches declares it."""
+
+    HEADER = "#pragma once\n// class Ghost would be a comment\nnamespace Hw {\nclass Port {\n  struct Inner {};\n};\n}\n"
+
+    def generate(self, schema):
+        with tempfile.TemporaryDirectory() as root:
+            os.makedirs(os.path.join(root, "hw"))
+            with open(os.path.join(root, "hw", "Port.h"), "w") as f:
+                f.write(self.HEADER)
+            with open(os.path.join(root, "hw", "Card.h"), "w") as f:
+                f.write('#include "hw/Port.h"\n')
+            with open(os.path.join(root, "s.rxn"), "w") as f:
+                f.write(schema)
+            return run_generator(os.path.join(root, "out"), ["s.rxn"], root=root)
+
+    def test_types_of_included_headers_are_known_and_others_are_not(self):
+        result = self.generate('namespace Hw;\ninclude "hw/Card.h";\nentity E {\n  p : Port;\n  q : Hw::Port[u32];\n}\n')
+        self.assertEqual(result.returncode, 0, result.stderr)
+        result = self.generate('namespace Hw;\nentity E {\n  p : Port;\n}\n')
+        self.assertEqual(result.stderr.strip(), "rxngen: s.rxn:3: p: unknown type 'Port'")
+        result = self.generate('namespace Hw;\ninclude "hw/Port.h";\nentity E {\n  g : Ghost;\n}\n')
+        self.assertEqual(result.stderr.strip(), "rxngen: s.rxn:4: g: unknown type 'Ghost'")
 
 
 def update_golden():

@@ -44,13 +44,6 @@ Rxn::String Channel::stringValue() const {
   return std::to_string(value_);
 }
 
-std::uint64_t Calibration::hash() const {
-  std::uint64_t h = 0;
-  h = Rxn::hashCombine(h, Rxn::hashOf(points_));
-  h = Rxn::hashCombine(h, Rxn::hashOf(scale_));
-  return h;
-}
-
 Rxn::String Calibration::stringValue() const {
   std::ostringstream out;
   out << *this;
@@ -59,14 +52,6 @@ Rxn::String Calibration::stringValue() const {
 
 std::ostream& operator<<(std::ostream& out, Calibration const& value) {
   return out << "Calibration(" << "points=" << Rxn::valueToString(value.points()) << ", " << "scale=" << Rxn::valueToString(value.scale()) << ")";
-}
-
-std::uint64_t Reading::hash() const {
-  std::uint64_t h = 0;
-  h = Rxn::hashCombine(h, Rxn::hashOf(channel_));
-  h = Rxn::hashCombine(h, Rxn::hashOf(level_));
-  h = Rxn::hashCombine(h, Rxn::hashOf(note_));
-  return h;
 }
 
 Rxn::String Reading::stringValue() const {
@@ -117,7 +102,7 @@ String ValueTraits<RxnTest::Calibration>::strep(RxnTest::Calibration const& valu
 RxnTest::Calibration ValueTraits<RxnTest::Calibration>::fromStrep(StrepNode const& node) {
   strep::expectRecord(node, "RxnTest::Calibration", 2);
   RxnTest::Calibration value;
-  for (auto const& [key, member] : ValueTraits<Rxn::HashMap2018<std::uint32_t, bool>>::fromStrep(strep::field(node, "RxnTest::Calibration", "points", 0))) value.pointsIs(key, member);
+  for (auto const& [key, member] : ValueTraits<Rxn::KeySet<std::uint32_t>>::fromStrep(strep::field(node, "RxnTest::Calibration", "points", 0))) value.pointsIs(key, member);
   value.scaleIs(ValueTraits<double>::fromStrep(strep::field(node, "RxnTest::Calibration", "scale", 1)));
   return value;
 }

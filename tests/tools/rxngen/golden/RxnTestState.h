@@ -45,10 +45,10 @@ class Calibration {
   static char const* rxnTypeName() { return "RxnTest::Calibration"; }
 
   bool points(std::uint32_t const& key) const { return points_.contains(key); }
-  Rxn::HashMap2018<std::uint32_t, bool> const& points() const { return points_; }
+  Rxn::KeySet<std::uint32_t> const& points() const { return points_; }
   std::size_t pointss() const { return points_.size(); }
   void pointsIs(std::uint32_t const& key, bool member) {
-    if (member) points_.insertOrAssign(key, true); else points_.erase(key);
+    if (member) points_.insert(key); else points_.erase(key);
   }
   void pointsDel(std::uint32_t const& key) { points_.erase(key); }
   double scale() const { return scale_; }
@@ -58,11 +58,11 @@ class Calibration {
   bool operator==(Calibration const& other) const = default;
   bool operator<(Calibration const& other) const { return std::tie(points_, scale_) < std::tie(other.points_, other.scale_); }
   bool operator!() const { return *this == Calibration(); }
-  std::uint64_t hash() const;
+  std::uint64_t hash() const { return Rxn::hashFields(points_, scale_); }
   Rxn::String stringValue() const;
 
  private:
-  Rxn::HashMap2018<std::uint32_t, bool> points_{};
+  Rxn::KeySet<std::uint32_t> points_{};
   double scale_{1.0};
 };
 std::ostream& operator<<(std::ostream& out, Calibration const& value);
@@ -84,7 +84,7 @@ class Reading {
   bool operator==(Reading const& other) const = default;
   bool operator<(Reading const& other) const { return std::tie(channel_, level_, note_) < std::tie(other.channel_, other.level_, other.note_); }
   bool operator!() const { return channel_ == 0; }
-  std::uint64_t hash() const;
+  std::uint64_t hash() const { return Rxn::hashFields(channel_, level_, note_); }
   Rxn::String stringValue() const;
 
  private:
@@ -172,10 +172,10 @@ class Sensor : public Rxn::Entity {
   std::int32_t limit(std::uint32_t const& key) const { return Rxn::attr::valueAt(limit_, key); }
   Rxn::HashMap2018<std::uint32_t, std::int32_t> const& limit() const { return limit_; }
   std::size_t limits() const { return limit_.size(); }
-  void limitIs(std::uint32_t const& key, std::int32_t const& value) {
+  void limitIs(std::uint32_t key, std::int32_t const& value) {
     if (limit_.insertOrAssign(key, value).second) limitNotify(key);
   }
-  void limitDel(std::uint32_t const& key) {
+  void limitDel(std::uint32_t key) {
     if (limit_.erase(key)) limitNotify(key);
   }
   void limitDelAll() {
@@ -192,7 +192,7 @@ class Sensor : public Rxn::Entity {
     std::uint32_t const key = value.fwkKey();
     if (reading_.insertOrAssign(key, value).second) readingNotify(key);
   }
-  Reading readingDel(std::uint32_t const& key) {
+  Reading readingDel(std::uint32_t key) {
     std::optional<Reading> const old = reading_.take(key);
     if (!old) return Reading();
     readingNotify(key);
@@ -208,14 +208,14 @@ class Sensor : public Rxn::Entity {
   bool tag(Rxn::String const& key) const { return Rxn::attr::valueAt(tag_, key); }
   Rxn::HashMap2018<Rxn::String, bool> const& tag() const { return tag_; }
   std::size_t tags() const { return tag_.size(); }
-  void tagIs(Rxn::String const& key, bool member) {
+  void tagIs(Rxn::String key, bool member) {
     if (!member) {
       tagDel(key);
     } else if (tag_.insertOrAssign(key, true).second) {
       tagNotify(key);
     }
   }
-  void tagDel(Rxn::String const& key) {
+  void tagDel(Rxn::String key) {
     if (tag_.erase(key)) tagNotify(key);
   }
   void tagDelAll() {
@@ -264,7 +264,7 @@ class Sensor : public Rxn::Entity {
     std::int32_t const key = value.level();
     if (readingByLevel_.insertOrAssign(key, value).second) readingByLevelNotify(key);
   }
-  Reading readingByLevelDel(std::int32_t const& key) {
+  Reading readingByLevelDel(std::int32_t key) {
     std::optional<Reading> const old = readingByLevel_.take(key);
     if (!old) return Reading();
     readingByLevelNotify(key);
@@ -282,14 +282,14 @@ class Sensor : public Rxn::Entity {
   Mode mode_{Mode::off};
   std::uint64_t count_{};
   std::int32_t level_{};
-  Rxn::HashMap2018<std::uint32_t, std::int32_t> limit_{};
-  Rxn::HashMap2018<std::uint32_t, Reading> reading_{};
-  Rxn::HashMap2018<Rxn::String, bool> tag_{};
+  Rxn::HashMap2018<std::uint32_t, std::int32_t> limit_{Rxn::MapName("RxnTest::Sensor::limit")};
+  Rxn::HashMap2018<std::uint32_t, Reading> reading_{Rxn::MapName("RxnTest::Sensor::reading")};
+  Rxn::HashMap2018<Rxn::String, bool> tag_{Rxn::MapName("RxnTest::Sensor::tag")};
   Rxn::Ptr<Display> peer_{};
   bool calibrated_{};
   Calibration calibration_{};
   Channel channel_{};
-  Rxn::HashMap2018<std::int32_t, Reading> readingByLevel_{};
+  Rxn::HashMap2018<std::int32_t, Reading> readingByLevel_{Rxn::MapName("RxnTest::Sensor::readingByLevel")};
 };
 
 class Sensor::NotifieeConst : public Rxn::Entity::NotifieeConst {
@@ -379,7 +379,7 @@ class Panel : public Rxn::Entity {
   Rxn::Ptr<Sensor> sensor(std::uint32_t const& key) const { return Rxn::attr::valueAt(sensor_, key); }
   Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> const& sensor() const { return sensor_; }
   std::size_t sensors() const { return sensor_.size(); }
-  Rxn::Ptr<Sensor> sensorIs(std::uint32_t const& key) {
+  Rxn::Ptr<Sensor> sensorIs(std::uint32_t key) {
     auto [slot, fresh] = sensor_.findOrInsert(key);
     if (!fresh) return *slot;
     *slot = Rxn::attr::adopt(Rxn::Ptr<Sensor>(new Sensor(key)), this, "sensor");
@@ -387,7 +387,7 @@ class Panel : public Rxn::Entity {
     sensorNotify(key);
     return child;
   }
-  void sensorDel(std::uint32_t const& key) {
+  void sensorDel(std::uint32_t key) {
     std::optional<Rxn::Ptr<Sensor>> const old = sensor_.take(key);
     if (!old) return;
     Rxn::attr::orphan(*old);
@@ -430,7 +430,7 @@ class Panel : public Rxn::Entity {
   void alarmsNotify() const;
 
  private:
-  Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> sensor_{};
+  Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> sensor_{Rxn::MapName("RxnTest::Panel::sensor")};
   Rxn::Ptr<Display> main_{};
   std::uint32_t alarms_{};
 };
@@ -540,10 +540,10 @@ class PanelMemory {
   std::uint32_t seen(std::uint32_t const& key) const { return Rxn::attr::valueAt(seen_, key); }
   Rxn::HashMap2018<std::uint32_t, std::uint32_t> const& seen() const { return seen_; }
   std::size_t seens() const { return seen_.size(); }
-  void seenIs(std::uint32_t const& key, std::uint32_t const& value) {
+  void seenIs(std::uint32_t key, std::uint32_t const& value) {
     if (seen_.insertOrAssign(key, value).second) seenNotify(key);
   }
-  void seenDel(std::uint32_t const& key) {
+  void seenDel(std::uint32_t key) {
     if (seen_.erase(key)) seenNotify(key);
   }
   void seenDelAll() {
@@ -556,7 +556,7 @@ class PanelMemory {
   Rxn::Ptr<Sensor> lastSensor(std::uint32_t const& key) const { return Rxn::attr::valueAt(lastSensor_, key); }
   Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> const& lastSensor() const { return lastSensor_; }
   std::size_t lastSensors() const { return lastSensor_.size(); }
-  Rxn::Ptr<Sensor> lastSensorIs(std::uint32_t const& key) {
+  Rxn::Ptr<Sensor> lastSensorIs(std::uint32_t key) {
     auto [slot, fresh] = lastSensor_.findOrInsert(key);
     if (!fresh) return *slot;
     *slot = Rxn::attr::adopt(Rxn::Ptr<Sensor>(new Sensor(key)), nullptr, "lastSensor");
@@ -564,7 +564,7 @@ class PanelMemory {
     lastSensorNotify(key);
     return child;
   }
-  void lastSensorDel(std::uint32_t const& key) {
+  void lastSensorDel(std::uint32_t key) {
     std::optional<Rxn::Ptr<Sensor>> const old = lastSensor_.take(key);
     if (!old) return;
     Rxn::attr::orphan(*old);
@@ -599,8 +599,8 @@ class PanelMemory {
   void quietNotify() const {}
 
  private:
-  Rxn::HashMap2018<std::uint32_t, std::uint32_t> seen_{};
-  Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> lastSensor_{};
+  Rxn::HashMap2018<std::uint32_t, std::uint32_t> seen_{Rxn::MapName("RxnTest::PanelMemory::seen")};
+  Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> lastSensor_{Rxn::MapName("RxnTest::PanelMemory::lastSensor")};
   std::uint64_t visits_{1};
   bool quiet_{};
 };
