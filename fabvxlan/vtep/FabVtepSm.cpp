@@ -1088,11 +1088,14 @@ void VtepSm::RxnVtepConfig::requestTunnel(SwTunnelGroupId const& id) {
   RXN_TRACE(7, " genId is: " << gen << " vtep:" << ip);
   helper->createVtepHandle(vti, ip);
   Fab::TunnelKey const key = tunnelKey(ip, vrf, gen);
-  sm->tunnelConfig()->tunnelConfigEntryIs(Fab::FabTunnelConfigEntry(key, 64));
+  Fab::FabTunnelConfigEntry const config(key, 64);
+  bool const stood = sm->tunnelConfig()->tunnelConfigEntry(key) == config;
+  sm->tunnelConfig()->tunnelConfigEntryIs(config);
   sm->vtepEventCounts()->vtepAddEventInc(1);
-  // A reused generation finds its status from before the restart standing:
-  // no change of it will be notified.
-  if (Rxn::Ptr<RxnTunnelStatusEntry> const entry = sm->tunnelStatusEntry(key); entry && helper->useUniqGenId()) {
+  // A reused generation, or a tunnel of an earlier life that its VTI takes
+  // up only now, finds its status standing: no change of it will be notified.
+  if (Rxn::Ptr<RxnTunnelStatusEntry> const entry = sm->tunnelStatusEntry(key);
+      entry && (helper->useUniqGenId() || stood)) {
     entry->handleTunnelStatus();
   }
 }

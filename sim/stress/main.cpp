@@ -4,9 +4,11 @@
 // short sequence that fails the same way, and writes it as a scenario file
 // for fabvxlan-sim.
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -15,6 +17,21 @@
 #include "sim/stress/Isolated.h"
 
 namespace {
+
+// Writes a scenario file; a run whose failure cannot be kept says so rather
+// than pointing at a file that is not there.
+bool writeScenario(std::string const& path, std::string const& text) {
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  std::ofstream file(path);
+  file << text;
+  file.close();
+  if (!file) {
+    std::fprintf(stderr, "fabvxlan-stress: %s: cannot be written: %s\n", path.c_str(), std::strerror(errno));
+    return false;
+  }
+  return true;
+}
 
 int usage(char const* problem) {
   if (problem != nullptr) {
@@ -93,11 +110,15 @@ int main(int argc, char** argv) {
               outcome.steps.size(), outcome.signature.c_str(), outcome.message.c_str());
   std::fflush(stdout);
   std::string const base = out + "/stress-seed-" + std::to_string(config.seed);
-  std::ofstream(base + ".unshrunk.json") << Stress::scenarioText(config.seed, outcome.signature, outcome.steps);
+  if (!writeScenario(base + ".unshrunk.json", Stress::scenarioText(config.seed, outcome.signature, outcome.steps))) {
+    return 1;
+  }
   std::vector<std::string> const steps =
       Stress::shrink(config.seed, outcome.steps, outcome.signature, static_cast<double>(shrinkSeconds));
   std::string const path = base + ".json";
-  std::ofstream(path) << Stress::scenarioText(config.seed, outcome.signature, steps);
+  if (!writeScenario(path, Stress::scenarioText(config.seed, outcome.signature, steps))) {
+    return 1;
+  }
   Stress::Outcome const replay = Stress::replayFileIsolated(path);
   std::printf("shrunk to %zu steps: %s\nreplay: fabvxlan-sim %s (%s)\n", steps.size(), path.c_str(), path.c_str(),
               replay.failed && replay.signature == outcome.signature ? "fails the same way"

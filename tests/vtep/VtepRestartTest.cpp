@@ -156,6 +156,39 @@ TEST_F(VtepRestartTest, LateTunnelLayerAnswersNeitherStopAStartNorStartAStop) {
   EXPECT_EQ(info().state(), FabVxlanState::clean_);
 }
 
+// Without generations a tunnel's key is the same in every life. A VTI
+// deleted and made again as the agent comes back, before the hook answers,
+// takes up its VTEP only when the tunnel of the earlier life already stands
+// again: its status is published though the tunnel layer answers nothing new.
+class RestartWithoutGenerationsTest : public VtepRestartTest {
+ protected:
+  RestartWithoutGenerationsTest() : VtepRestartTest(withoutGenerations()) {}
+  static Sim::PlatformConfig withoutGenerations() {
+    Sim::PlatformConfig config = restartingPlatform();
+    config.useUniqGenId = false;
+    return config;
+  }
+};
+
+TEST_F(RestartWithoutGenerationsTest, ATunnelOfAnEarlierLifeTakenUpLateIsPublished) {
+  vtiUp(kVxlan1);
+  Wire::UdpPort const port = platform().vti(kVxlan1)->udpPort();
+  platform().vti(kVxlan2)->udpPortIs(port);
+  vtiUp(kVxlan2);
+  remoteVtep("10.0.0.2", true, kVxlan2);
+  platform().settle();
+  std::uint32_t const nextHop = published("10.0.0.2", kVxlan2).nextHopId().value();
+  ASSERT_NE(nextHop, 0xFFFFFFFFU);
+  platform().agentDown();
+  platform().agentUp();
+  platform().vtiDel(kVxlan2);
+  platform().vti(kVxlan2)->udpPortIs(port);
+  vtiUp(kVxlan2);
+  platform().settle();
+  EXPECT_EQ(published("10.0.0.2", kVxlan2).nextHopId().value(), nextHop);
+  EXPECT_EQ(stackFailure(), "");
+}
+
 class ColdRestartTest : public VtepRestartTest {
  protected:
   ColdRestartTest() : VtepRestartTest(restartingPlatform(false)) {}
