@@ -2,6 +2,7 @@
 // Wire value types: interface ids and addresses.
 
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 
@@ -53,7 +54,10 @@ class EthAddr : public Rxn::ValueOps<EthAddr> {
     return std::uint64_t{bytes_[0]} << 40 | std::uint64_t{bytes_[1]} << 32 | std::uint64_t{bytes_[2]} << 24 |
            std::uint64_t{bytes_[3]} << 16 | std::uint64_t{bytes_[4]} << 8 | bytes_[5];
   }
-  auto operator<=>(EthAddr const& other) const = default;
+  // As numbers, in the order of the bytes: every lookup compares keys, and
+  // the defaulted comparison of a byte array is a call to memcmp.
+  bool operator==(EthAddr const& other) const { return hash() == other.hash(); }
+  std::strong_ordering operator<=>(EthAddr const& other) const { return hash() <=> other.hash(); }
 
  private:
   std::array<std::uint8_t, 6> bytes_{};
