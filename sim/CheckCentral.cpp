@@ -68,10 +68,10 @@ void checkCentralWhenQuiet(Checks& checks) {
                   [&] { return stateText(info); });
     return;
   }
-  checks.expect("central-not-up-without-a-vti",
-                info.activatedVtis() != 0 || info.state() == FabVxlanState::cleaning_ ||
-                    info.state() == FabVxlanState::clean_,
-                [&] { return stateText(info); });
+  checks.expect(
+      "central-not-up-without-a-vti",
+      info.activatedVtis() != 0 || info.state() == FabVxlanState::cleaning_ || info.state() == FabVxlanState::clean_,
+      [&] { return stateText(info); });
   if (info.activatedVtis() == 0 && remoteMacsAtRest(platform)) {
     checks.expect("central-clean-with-every-vti-down", allAt(platform, FabVxlanState::clean_),
                   [&] { return stateText(info); });

@@ -178,9 +178,9 @@ std::vector<std::string> shortestFailingTail(std::uint64_t seed, std::vector<std
 // is up.
 std::vector<std::string> shrink(std::uint64_t seed, std::vector<std::string> steps, std::string const& signature,
                                 double seconds) {
-  auto const deadline = std::chrono::steady_clock::now() +
-                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                            std::chrono::duration<double>(seconds));
+  auto const deadline =
+      std::chrono::steady_clock::now() +
+      std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
   steps = shortestFailingTail(seed, std::move(steps), signature, deadline);
   std::size_t chunks = 2;
   while (steps.size() >= 2 && std::chrono::steady_clock::now() < deadline) {

@@ -146,10 +146,10 @@ TEST_F(OwnHookDeathTest, AHookThatMissesAnOperationEndsTheProcessAtItsFirstCall)
 TEST_F(OwnHookTest, AMachineNotYetStartedLetsARequestListGo) {
   remoteVtep("10.0.0.2");
   Sim::Platform& p = platform();
-  Rxn::Ptr<Fab::VXLAN::VtepSm> const idle = Fab::VXLAN::vtepSmFactory(
-      p.acsd(), p.vxlanInfo(), p.vtiStatusDir(), p.vtepConfigDir(), p.vtepStatusDir(), p.vxlanHwStatusDir(),
-      p.vtepEvent(), p.tunnelConfig(), p.tunnelStatus(), new MinimalHook, p.swTunnelGroupIdManager(),
-      p.vxlanBootStatus());
+  Rxn::Ptr<Fab::VXLAN::VtepSm> const idle =
+      Fab::VXLAN::vtepSmFactory(p.acsd(), p.vxlanInfo(), p.vtiStatusDir(), p.vtepConfigDir(), p.vtepStatusDir(),
+                                p.vxlanHwStatusDir(), p.vtepEvent(), p.tunnelConfig(), p.tunnelStatus(),
+                                new MinimalHook, p.swTunnelGroupIdManager(), p.vxlanBootStatus());
   p.remoteVtepsWithdrawn(kVxlan1);
   EXPECT_FALSE(idle->initialized());
 }
