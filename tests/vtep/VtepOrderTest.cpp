@@ -12,17 +12,23 @@ namespace {
 using Fab::VXLAN::FabVxlanState;
 using Answerer = Sim::Platform::Answerer;
 
-using VtepOrderTest = SimFixture;
+class VtepOrderTest : public SimFixture {
+ protected:
+  // The agent restarts over the standing tunnel layer and its new hook is
+  // slow: the machine waits in initializing_ for the hook's init answer.
+  void restartWithASlowHook() {
+    vtiUp(kVxlan1);
+    platform().settle();
+    platform().agentDown();
+    platform().answersAre({0, true}, Answerer::vtepHook);
+    platform().agentUp();
+    platform().runUntilIdle();
+    ASSERT_EQ(info().vtepSmState(), FabVxlanState::initializing_);
+  }
+};
 
 TEST_F(VtepOrderTest, AnInitAnswerThatACleanupOvertookBringsNoTunnelLayerUp) {
-  vtiUp(kVxlan1);
-  platform().settle();
-  // The agent restarts over the standing tunnel layer; the hook is slow.
-  platform().agentDown();
-  platform().answersAre({0, true}, Answerer::vtepHook);
-  platform().agentUp();
-  platform().runUntilIdle();
-  ASSERT_EQ(info().vtepSmState(), FabVxlanState::initializing_);
+  ASSERT_NO_FATAL_FAILURE(restartWithASlowHook());
   // The VTI goes before the hook answers: the tunnel layer is cleaned first.
   vtiUp(kVxlan1, false);
   platform().runFor(1);
@@ -37,12 +43,7 @@ TEST_F(VtepOrderTest, AnInitAnswerThatACleanupOvertookBringsNoTunnelLayerUp) {
 // The same, with the tunnel layer slow too: the hook's init answer comes in
 // while the stop waits for the tunnel layer, and asks that layer for nothing.
 TEST_F(VtepOrderTest, AnInitAnswerDuringTheCleanupAsksTheTunnelLayerForNothing) {
-  vtiUp(kVxlan1);
-  platform().settle();
-  platform().agentDown();
-  platform().answersAre({0, true}, Answerer::vtepHook);
-  platform().agentUp();
-  platform().runUntilIdle();
+  ASSERT_NO_FATAL_FAILURE(restartWithASlowHook());
   platform().answersAre({0, true}, Answerer::tunnelLayer);
   vtiUp(kVxlan1, false);
   platform().runFor(1);
