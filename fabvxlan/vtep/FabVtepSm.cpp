@@ -152,6 +152,10 @@ std::uint64_t VtepSm::firstGeneration() const {
   for (auto const& [key, entry] : tunnelConfig_->tunnelConfigEntry()) {
     first = std::max(first, key.genId() + 1);
   }
+  // A tunnel whose removal is still unanswered holds its generation too.
+  for (auto const& [key, entry] : tunnelStatus()->tunnelStatusEntry()) {
+    first = std::max(first, key.genId() + 1);
+  }
   return first;
 }
 

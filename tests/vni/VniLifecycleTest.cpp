@@ -66,6 +66,30 @@ TEST_F(VniLifecycleTest, AnInitAnsweredWhileCleaningChangesNothingAndTheNextStar
   EXPECT_EQ(shadowVni(10), 10010U);
 }
 
+// The VTI comes back while the tunnel layer still cleans: the feature stays
+// cleaning_ though VniSm's own cleanup was answered, and the VTI's wishes
+// drain away. Another cleanup asked then would be answered into the next
+// start.
+TEST_F(VniLifecycleTest, AMachineWhoseCleanupWasAnsweredAsksForNoOther) {
+  vlansActive(10, 10);
+  maps(10, 10010);
+  vtiUp(kVxlan1);
+  platform().settle();
+  platform().answersAre({0, true}, Sim::Platform::Answerer::tunnelLayer);
+  vtiUp(kVxlan1, false);
+  platform().runFor(5);
+  ASSERT_EQ(vniState(), FabVxlanState::clean_);
+  ASSERT_EQ(info().state(), FabVxlanState::cleaning_);
+  vtiUp(kVxlan1);
+  platform().runFor(5);
+  EXPECT_EQ(vniConfig().hwCleanup(), 1U);
+  platform().answersAre({0, false}, Sim::Platform::Answerer::tunnelLayer);
+  platform().settle();
+  EXPECT_EQ(info().state(), FabVxlanState::initialized_);
+  EXPECT_EQ(shadowVni(10), 10010U);
+  EXPECT_EQ(stackFailure(), "");
+}
+
 TEST_F(VniLifecycleTest, ARestartConfirmsTheRecoveredMappingsThatComeBackAndDropsTheRest) {
   vlansActive(10, 12);
   maps(10, 10010);
@@ -91,6 +115,27 @@ TEST_F(VniLifecycleTest, ARestartConfirmsTheRecoveredMappingsThatComeBackAndDrop
   EXPECT_EQ(boot.recoveredVlanToVniMap(Bridging::VlanId(10)).vni().value(), 10010U);
   EXPECT_EQ(shadowVni(11), 20011U);
   EXPECT_EQ(platform().vniTable().mappings.count(Bridging::VlanId(12)), 0U);
+}
+
+// The VTI goes before the mapping stage of a hitless restart: the stop ends
+// the recovery, the earlier life's rows are swept from the chip, and the
+// stage is published for the remote MAC machine that waits on it.
+TEST_F(VniLifecycleTest, AStopDuringAHitlessRecoveryEndsIt) {
+  vlansActive(10, 11);
+  maps(10, 10010);
+  maps(11, 10011);
+  vtiUp(kVxlan1);
+  platform().settle();
+  platform().agentDown();
+  platform().agentUp();
+  Fab::VXLAN::VxlanBootStatus& boot = *platform().vxlanBootStatus();
+  ASSERT_FALSE(boot.stageVlanVniMappingReady());
+  vtiUp(kVxlan1, false);
+  platform().settle();
+  EXPECT_TRUE(boot.stageVlanVniMappingReady());
+  EXPECT_EQ(vniState(), FabVxlanState::clean_);
+  EXPECT_TRUE(platform().vniTable().mappings.empty());
+  EXPECT_EQ(stackFailure(), "");
 }
 
 TEST_F(VniLifecycleTest, ARecoveredMappingThatDisagreesIsDroppedAsSoonAsItsVlanIsSent) {

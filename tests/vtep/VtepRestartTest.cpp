@@ -93,6 +93,77 @@ TEST_F(VtepRestartTest, WhatDoesNotComeBackIsSweptWhenTheRemoteMacsAreReady) {
   EXPECT_EQ(platform().tunnelLayer().nextHopsInUse(), 1U);
 }
 
+// The VTI goes before the remote MACs are ready: the stop ends the recovery,
+// whose sweep lets the tunnel that did not come back go at once; the one
+// still listed goes with its VTEP, and the stop ends clean.
+TEST_F(VtepRestartTest, AStopDuringAHitlessRecoveryEndsIt) {
+  tunnelsUp();
+  readerUses(publishedNextHop("10.0.0.3"));
+  platform().agentDown();
+  platform().vtepConfigDir()->activeNextHopIdListDelAll();
+  remoteVtep("10.0.0.3", false);
+  platform().agentUp();
+  platform().runFor(0.5);
+  ASSERT_FALSE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  ASSERT_EQ(tunnelConfig().tunnelConfigEntrys(), 2U);
+  vtiUp(kVxlan1, false);
+  EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 1U);
+  EXPECT_EQ(vtepSm().pendingActiveNextHopIds(), 0U);
+  remoteVtep("10.0.0.2", false);
+  platform().settle();
+  EXPECT_EQ(info().state(), FabVxlanState::clean_);
+  EXPECT_EQ(platform().tunnelLayer().tunnelsInUse(), 0U);
+  EXPECT_EQ(stackFailure(), "");
+}
+
+// The agent keeps the feature's state and restarts while the VNI machine
+// still cleans: VtepSm's part was done, and it stays clean to the end.
+TEST_F(VtepRestartTest, AMachineThatWasCleanStaysCleanInAKeptCleaningState) {
+  vtiUp(kVxlan1);
+  platform().settle();
+  platform().answersAre({0, true}, Sim::Platform::Answerer::vniHook);
+  vtiUp(kVxlan1, false);
+  platform().runFor(5);
+  ASSERT_EQ(info().vtepSmState(), FabVxlanState::clean_);
+  ASSERT_EQ(info().state(), FabVxlanState::cleaning_);
+  platform().agentDown();
+  platform().agentUp(Sim::OwnState::kept);
+  platform().answersAre({0, false}, Sim::Platform::Answerer::vniHook);
+  platform().settle();
+  EXPECT_EQ(info().state(), FabVxlanState::clean_);
+  EXPECT_EQ(stackFailure(), "");
+}
+
+// Two lives started in one instant of the clock that seeds generations, on
+// a platform that answers at once: a VTEP that the first life set up and let
+// go, its tunnel's removal still unanswered, is asked for anew by the second
+// with another generation, so that the layer's answers tell them apart.
+class PromptRestartTest : public VtepRestartTest {
+ protected:
+  PromptRestartTest() : VtepRestartTest(promptly()) {}
+  static Sim::PlatformConfig promptly() {
+    Sim::PlatformConfig config = restartingPlatform();
+    config.answerDelay = 0;
+    return config;
+  }
+};
+
+TEST_F(PromptRestartTest, TwoLivesInOneInstantGiveAVtepTwoGenerations) {
+  tunnelsUp();
+  platform().restartHitlessly();
+  remoteVtep("10.0.0.4");
+  std::uint64_t const first = generation("10.0.0.4");
+  ASSERT_NE(first, 0U);
+  platform().answersAre({0, true}, Sim::Platform::Answerer::tunnelLayer);
+  remoteVtep("10.0.0.4", false);
+  platform().restartHitlessly();
+  platform().answersAre({0, false}, Sim::Platform::Answerer::tunnelLayer);
+  remoteVtep("10.0.0.4");
+  EXPECT_NE(generation("10.0.0.4"), first);
+  platform().settle();
+  EXPECT_EQ(stackFailure(), "");
+}
+
 TEST_F(VtepRestartTest, ATunnelLayerCleanedBeforeTheRestartEndsIsInitializedAnew) {
   vtiUp(kVxlan1);
   platform().settle();
