@@ -13,12 +13,13 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 EVENTS     ?= 1000000
 SEED       ?= 1
+PREFIX     ?= /usr/local
 JOBS       ?= $(shell nproc)
 # libabsl-dev: the absl::flat_hash_map baselines of the benchmarks, nothing else.
-PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev libabsl-dev
+PACKAGES   := cmake ninja-build g++ python3 libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libboost-dev libabsl-dev pkg-config
 SUDO       := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps fuzz-deps build asan run test bench examples fuzz stress format clean
+.PHONY: all deps fuzz-deps build asan run test bench examples fuzz stress install format clean
 
 all: build
 
@@ -60,6 +61,11 @@ build: deps $(BUILD)/build.ninja
 
 asan: deps $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
+
+# The library, headers, schemas, generator, tools, docs, CMake package and
+# fabvxlan.pc under PREFIX.
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 run: build
 	$(BUILD)/sim/fabvxlan-sim

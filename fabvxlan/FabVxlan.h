@@ -1,6 +1,7 @@
 #pragma once
 // Everything public of FabVxlan, for a platform agent to include.
 
+#include "fabvxlan/Version.h"
 #include "fabvxlan/central/FabVxlanCentralSm.h"
 #include "fabvxlan/runtime/Activity.h"
 #include "fabvxlan/runtime/Entity.h"

@@ -390,8 +390,8 @@ INCLUDE_RE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
 class CppTypes:
     """The C++ types that hand-written headers declare, by qualified name."""
 
-    def __init__(self, root, schema_includes):
-        self.root = root
+    def __init__(self, roots, schema_includes):
+        self.roots = roots  # the source root, then the folders of installed headers
         self.schema_includes = schema_includes  # a generated header: its schema's includes
         self.names_by_header = {}
 
@@ -412,11 +412,14 @@ class CppTypes:
 
     def scan(self, header):
         if header not in self.names_by_header:
-            try:
-                with open(os.path.join(self.root, header), encoding="utf-8") as f:
-                    text = f.read()
-            except OSError:
-                text = ""  # a system header or one outside the tree: nothing to learn
+            text = ""  # a system header or one outside the tree: nothing to learn
+            for root in self.roots:
+                try:
+                    with open(os.path.join(root, header), encoding="utf-8") as f:
+                        text = f.read()
+                    break
+                except OSError:
+                    continue
             self.names_by_header[header] = (declared_names(CPP_NOISE_RE.sub(" ", text)), INCLUDE_RE.findall(text))
         return self.names_by_header[header]
 
@@ -1037,12 +1040,23 @@ def write_if_changed(path, text):
     return True
 
 
+def schema_path(path, roots):
+    """The schema's path below the first root that holds it: its include name."""
+    for root in roots:
+        rel = os.path.relpath(path, root)
+        if not rel.startswith(os.pardir + os.sep):
+            return rel
+    return os.path.relpath(path, roots[0])
+
+
 def main(argv=None):
     parser = argparse.ArgumentParser(description="Generate C++ from .rxn schemas.")
     parser.add_argument("--root", required=True, help="source root; outputs mirror schema paths below it")
     parser.add_argument("--out", required=True, help="output folder")
     parser.add_argument("--import", dest="imports", action="append", default=[],
                         help="a schema whose names are known but which is not generated")
+    parser.add_argument("--include-dir", dest="include_dirs", action="append", default=[],
+                        help="a folder of installed headers and schemas, searched after the root")
     parser.add_argument("schemas", nargs="+")
     args = parser.parse_args(argv)
 
@@ -1052,13 +1066,13 @@ def main(argv=None):
     try:
         for path in args.imports + args.schemas:
             with open(path, encoding="utf-8") as f:
-                schema = parse_schema(os.path.relpath(path, args.root), f.read())
+                schema = parse_schema(schema_path(path, [args.root] + args.include_dirs), f.read())
             for decl in schema.decls:
                 symbols.add(decl)
             schema_includes[schema.path[: -len(".rxn")] + ".h"] = schema.includes
             if path in args.schemas:
                 parsed.append(schema)
-        cpp_types = CppTypes(args.root, schema_includes)
+        cpp_types = CppTypes([args.root] + args.include_dirs, schema_includes)
         for schema in parsed:
             check_types(schema, symbols, cpp_types)
         for schema in parsed:

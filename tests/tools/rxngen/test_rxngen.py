@@ -103,6 +103,36 @@ class KnownTypes(unittest.TestCase):
         self.assertEqual(result.stderr.strip(), "rxngen: s.rxn:4: g: unknown type 'Ghost'")
 
 
+class InstalledSchemas(unittest.TestCase):
+    """A platform's own schema, in its own tree, over the installed schemas and headers."""
+
+    def test_a_platform_schema_uses_installed_types_by_their_include_names(self):
+        with tempfile.TemporaryDirectory() as top:
+            share, platform = os.path.join(top, "share"), os.path.join(top, "agent")
+            for rel in ("fabvxlan/state/FabVxlanInfo.rxn", "fabvxlan/state/imported/Wire.h"):
+                os.makedirs(os.path.dirname(os.path.join(share, rel)), exist_ok=True)
+                with open(os.path.join(ROOT, rel)) as src, open(os.path.join(share, rel), "w") as dst:
+                    dst.write(src.read())
+            os.makedirs(os.path.join(platform, "agent"))
+            with open(os.path.join(platform, "agent", "Chip.rxn"), "w") as f:
+                f.write('namespace Chip;\ninclude "fabvxlan/state/FabVxlanInfo.h";\n'
+                        'include "fabvxlan/state/imported/Wire.h";\n'
+                        "entity ChipState {\n  feature : Fab::VXLAN::FabVxlanState;\n  vti : Wire::IntfId;\n}\n")
+            imported = os.path.join(share, "fabvxlan", "state", "FabVxlanInfo.rxn")
+
+            def generate(*include_dirs):
+                return subprocess.run([sys.executable, GENERATOR, "--root", platform, "--out", os.path.join(top, "out"),
+                                       *include_dirs, "--import", imported, os.path.join(platform, "agent", "Chip.rxn")],
+                                      capture_output=True, text=True)
+
+            # Without the installed folder the included names mean nothing.
+            self.assertIn("unknown type 'Wire::IntfId'", generate().stderr)
+            result = generate("--include-dir", share)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            with open(os.path.join(top, "out", "agent", "Chip.h")) as f:
+                self.assertIn('#include "fabvxlan/state/FabVxlanInfo.h"', f.read())
+
+
 def update_golden():
     with tempfile.TemporaryDirectory() as out:
         result = run_generator(out, [SCHEMA])
