@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -93,6 +94,9 @@ void Clock::arm(Reactor* reactor, double time) {
     readyAppend(reactor);
   } else {
     heapPush(reactor);
+  }
+  if (activity_ != nullptr) {
+    activity_->clockArmed(time);
   }
 }
 
@@ -298,6 +302,9 @@ Activity::~Activity() {
     fd->activity_ = nullptr;
     fd->watched_ = false;
   }
+  if (timer_ >= 0) {
+    ::close(timer_);
+  }
   if (epoll_ >= 0) {
     ::close(epoll_);
   }
@@ -326,13 +333,70 @@ void Activity::advanceTime(double seconds) {
   simulatedNow_ += seconds;
 }
 
-std::uint64_t Activity::watch(FileDescriptor* fd, int descriptor) {
+void Activity::epollOpen() {
   if (epoll_ < 0) {
     epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
     if (epoll_ < 0) {
       throw ErrnoException(errno, "epoll_create1");
     }
   }
+}
+
+// The timer's watch id: descriptors' ids start at 1.
+constexpr std::uint64_t kTimerWatchId = 0;
+
+int Activity::descriptor() {
+  if (mode_ != TimeMode::real) {
+    throwRangeException("an outside loop can poll only an activity in real time");
+  }
+  epollOpen();
+  if (timer_ < 0) {
+    timer_ = ::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (timer_ < 0) {
+      throw ErrnoException(errno, "timerfd_create");
+    }
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.u64 = kTimerWatchId;
+    if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, timer_, &event) < 0) {
+      throw ErrnoException(errno, "epoll_ctl add the activity's timer");
+    }
+    armTimer(clock_->nextTime());
+  }
+  return epoll_;
+}
+
+// Arms the timer for a clock time: 0 (a next-turn firing) and times past fire
+// at once, +infinity disarms.
+void Activity::armTimer(double time) {
+  itimerspec spec{};
+  int flags = 0;
+  if (time <= now()) {
+    spec.it_value.tv_nsec = 1;  // at once: a zero value would disarm
+  } else if (time != kNoTimer) {
+    double const whole = std::floor(time);
+    spec.it_value.tv_sec = static_cast<time_t>(whole);
+    spec.it_value.tv_nsec = static_cast<long>((time - whole) * 1e9);
+    flags = TFD_TIMER_ABSTIME;
+  }
+  if (::timerfd_settime(timer_, flags, &spec, nullptr) < 0) {
+    throw ErrnoException(errno, "timerfd_settime");
+  }
+  timerDue_ = time;
+}
+
+std::size_t Activity::runReady() {
+  std::size_t const delivered = runTurn(0.0);
+  if (timer_ >= 0) {
+    std::uint64_t expirations = 0;
+    [[maybe_unused]] ssize_t const ignored = ::read(timer_, &expirations, sizeof expirations);
+    armTimer(clock_->nextTime());
+  }
+  return delivered;
+}
+
+std::uint64_t Activity::watch(FileDescriptor* fd, int descriptor) {
+  epollOpen();
   std::uint64_t const id = nextWatchId_++;
   epoll_event event{};
   event.events = EPOLLIN;
@@ -350,12 +414,7 @@ void Activity::unwatch(std::uint64_t id, int descriptor) {
 }
 
 std::size_t Activity::pollDescriptors(double maxWait) {
-  if (epoll_ < 0) {
-    epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
-    if (epoll_ < 0) {
-      throw ErrnoException(errno, "epoll_create1");
-    }
-  }
+  epollOpen();
   int const timeoutMs = maxWait <= 0.0 ? 0 : static_cast<int>(std::min(std::ceil(maxWait * 1000.0), 3600000.0));
   epoll_event events[64];
   int const count = ::epoll_wait(epoll_, events, 64, timeoutMs);

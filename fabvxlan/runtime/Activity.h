@@ -176,8 +176,32 @@ class Activity {
   // Sets simulated time forward without running anything.
   void advanceTime(double seconds);
 
+  // For an agent that runs a loop of its own (epoll, asio, libevent): a
+  // descriptor that is readable whenever this activity has work, a watched
+  // descriptor readable or a clock reactor due. The agent polls it for
+  // reading among its own and calls runReady() when it is readable; the
+  // activity keeps it armed for the next clock time, also after a handler
+  // that the agent called itself armed a timer. Real time only; the
+  // activity owns the descriptor.
+  int descriptor();
+  // Runs one turn without waiting and arms the descriptor for what remains:
+  // work that re-arms itself every turn (a drain by quanta) leaves the
+  // descriptor readable, so that the agent's own events take their turns in
+  // between. Returns the number of deliveries made.
+  std::size_t runReady();
+
  private:
   friend class FileDescriptor;
+  friend class Clock;
+  // A clock reactor was armed for `time`: an outside loop's descriptor must
+  // wake up by then.
+  void clockArmed(double time) {
+    if (timer_ >= 0 && time < timerDue_) {
+      armTimer(time);
+    }
+  }
+  void armTimer(double time);
+  void epollOpen();
   // Every descriptor made in this activity, so that one that outlives it
   // learns that it is gone.
   void descriptorBorn(FileDescriptor* fd) { descriptors_.insertOrAssign(fd, true); }
@@ -192,6 +216,9 @@ class Activity {
   Activity* previous_;
   Ptr<Clock> clock_;
   int epoll_ = -1;
+  int timer_ = -1;              // a timerfd in the epoll set, made by descriptor()
+  double timerDue_ = kNoTimer;  // when it fires; kNoTimer when disarmed
+  static constexpr double kNoTimer = std::numeric_limits<double>::infinity();
   std::uint64_t nextWatchId_ = 1;
   HashMap2018<std::uint64_t, FileDescriptor*> watched_{MapName("Rxn::Activity::watched")};
   HashMap2018<FileDescriptor*, bool> descriptors_{MapName("Rxn::Activity::descriptors")};

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
@@ -9,8 +11,47 @@
 
 namespace Rxn {
 
+namespace {
+
+// The blocks that PtrInterface's operator new handed out last on this thread
+// and whose objects are not made yet: an object whose PtrInterface lies in
+// one was made with new. Several, since the arguments of a new expression
+// may make objects of their own after its block was allocated.
+struct Block {
+  char const* start = nullptr;
+  std::size_t size = 0;
+};
+constexpr std::size_t kPendingBlocks = 16;
+thread_local Block tPending[kPendingBlocks];
+thread_local std::size_t tNextPending = 0;
+
+}  // namespace
+
 void* PtrInterface::rxnMemAlloc(std::size_t size) {
-  return ::operator new(size);
+  void* const memory = ::operator new(size);
+  tPending[tNextPending++ % kPendingBlocks] = Block{static_cast<char const*>(memory), size};
+  return memory;
+}
+
+PtrInterface::PtrInterface() {
+  char const* const self = reinterpret_cast<char const*>(this);
+  for (Block& block : tPending) {
+    if (block.start != nullptr && self >= block.start && self < block.start + block.size) {
+      flags_ |= kMadeWithNew;
+      block = Block{};
+      return;
+    }
+  }
+}
+
+// An object on the stack or inside another would be freed here and again
+// where it lives: a double free far from its cause. Refuse it with the remedy.
+static void refuseNotMadeWithNew(PtrInterface const* object) {
+  std::fprintf(stderr,
+               "Rxn: a %s lost its last counted reference but was not made with new: reactors, machines and "
+               "entities are heap objects held by Rxn::Ptr (make it with new and hold it in an Rxn::Ptr)\n",
+               object->fwkType());
+  std::abort();
 }
 
 void PtrInterface::rxnMemFree(void* memory) {
@@ -19,8 +60,15 @@ void PtrInterface::rxnMemFree(void* memory) {
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (zero) {
-    delete this;
+    deleteSelf();
   }
+}
+
+void PtrInterface::deleteSelf() {
+  if ((flags_ & kMadeWithNew) == 0) {
+    refuseNotMadeWithNew(this);
+  }
+  delete this;
 }
 
 PtrInterface::~PtrInterface() {

@@ -29,7 +29,9 @@ class PtrInterface {
  public:
   class NotifieeConst;
 
-  PtrInterface() = default;
+  // Notes whether the object is being made with new: only such an object
+  // may delete itself when its last counted reference goes.
+  PtrInterface();
   PtrInterface(PtrInterface const&) = delete;
   PtrInterface& operator=(PtrInterface const&) = delete;
 
@@ -65,6 +67,9 @@ class PtrInterface {
     return --refs_;
   }
   void handleZeroRef() { zeroReferencesIs(true); }
+  // The end of an object whose last reference went: refused, with the
+  // remedy, for one that was not made with new.
+  void deleteSelf();
 
   static void* rxnMemAlloc(std::size_t size);
   static void rxnMemFree(void* memory);
@@ -82,6 +87,7 @@ class PtrInterface {
   static constexpr std::uint8_t kActive = 1;
   static constexpr std::uint8_t kMarked = 2;
   static constexpr std::uint8_t kRegistered = 4;
+  static constexpr std::uint8_t kMadeWithNew = 8;
 
   void flagIs(std::uint8_t flag, bool on) { flags_ = on ? (flags_ | flag) : (flags_ & ~flag); }
   NotifieeList& notifieeListMake() const;

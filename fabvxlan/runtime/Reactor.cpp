@@ -23,7 +23,7 @@ void ReactorOwner::zeroReferencesIs(bool zero) {
   referencesInc();
   rxnDoZombieReactors(true);
   if (referencesDecNoDelete() == 0) {
-    delete this;
+    deleteSelf();
   }
 }
 

@@ -1,6 +1,7 @@
 // The activity loop: clock reactors, turns, simulated time and descriptors.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -259,6 +260,63 @@ TEST(FileDescriptor, ReadabilityIsLevelTriggeredUntilDrained) {
   EXPECT_EQ(activity.runTurn(), 0U);
   ::close(pipeA[1]);
   ::close(pipeB[1]);
+}
+
+// An agent with a loop of its own polls the activity's descriptor beside its
+// own and runs a turn when it is readable. Nothing here waits: every time is
+// due already or far away.
+TEST(OutsideLoop, TheDescriptorIsReadableExactlyWhenTheActivityHasWork) {
+  Rxn::Activity activity(Rxn::Activity::TimeMode::real);
+  auto readable = [fd = activity.descriptor()] {
+    pollfd entry{fd, POLLIN, 0};
+    return ::poll(&entry, 1, 0) == 1;
+  };
+  EXPECT_FALSE(readable());
+
+  // A timer armed after the descriptor was taken, as a handler the agent
+  // called itself would arm it: a next-turn firing, then a time gone by.
+  Lines journal;
+  Rxn::Ptr<Alarm> const alarm(new Alarm("alarm", journal));
+  alarm->timeMinIs(0);
+  EXPECT_TRUE(readable());
+  EXPECT_EQ(activity.runReady(), 1U);
+  EXPECT_EQ(journal.size(), 1U);
+  EXPECT_FALSE(readable());
+  alarm->timeMinIs(Rxn::System::wallClockTime() - 1);
+  EXPECT_TRUE(readable());
+  activity.runReady();
+  EXPECT_EQ(journal.size(), 2U);
+  alarm->timeMinIs(Rxn::System::wallClockTime() + 3600);
+  EXPECT_FALSE(readable());
+
+  // Work that re-arms itself every turn leaves the descriptor readable after
+  // each turn, so that the agent's own events come in between.
+  alarm->rearm = [](Alarm* a) { a->timeMinIs(0); };
+  alarm->timeMinIs(0);
+  EXPECT_EQ(activity.runReady(), 1U);
+  EXPECT_TRUE(readable());
+  alarm->rearm = nullptr;
+  activity.runReady();
+  EXPECT_FALSE(readable());
+
+  // A watched descriptor of the library's own.
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  Rxn::Ptr<Rxn::FileDescriptor> const fd(new Rxn::FileDescriptor("learn"));
+  fd->descriptorIs(pipe[0]);
+  fd->nonBlockingIs(true);
+  fd->notifyOnReadableIs(true);
+  Rxn::Ptr<Reader> const reader(new Reader(fd));
+  EXPECT_FALSE(readable());
+  ASSERT_EQ(::write(pipe[1], "x", 1), 1);
+  EXPECT_TRUE(readable());
+  activity.runReady();
+  EXPECT_EQ(reader->heard, 1);
+  EXPECT_FALSE(readable());
+  ::close(pipe[1]);
+
+  Rxn::Activity simulated(Rxn::Activity::TimeMode::simulated);
+  EXPECT_THROW(simulated.descriptor(), Rxn::RangeException);
 }
 
 }  // namespace

@@ -198,5 +198,21 @@ TEST_F(ReactorTest, TheMachineIsSilentUntilActivatedAndDetachesWhenDropped) {
   EXPECT_EQ(panel_->sensor(1)->notifieeList()->size(), 1U);
 }
 
+// A machine made on the stack, once counted and let go, would be freed by
+// its last reference and again at the end of its scope: it is refused at the
+// first, with the remedy.
+TEST_F(ReactorTest, AMachineNotMadeWithNewIsRefusedWhenItsLastReferenceGoes) {
+  EXPECT_DEATH(
+      {
+        WatcherSm onTheStack(acsd_, panel_);
+        Rxn::Ptr<WatcherSm> held(&onTheStack);
+        held = nullptr;
+      },
+      "Rxn: a .* lost its last counted reference but was not made with new: .*hold it in an Rxn::Ptr");
+  // The same machine made with new goes quietly.
+  Rxn::Ptr<WatcherSm> held(new WatcherSm(acsd_, panel_));
+  held = nullptr;
+}
+
 }  // namespace
 }  // namespace RxnTest
