@@ -30,6 +30,16 @@ class VtepRestartTest : public SimFixture {
     remoteVtep("10.0.0.3");
     platform().settle();
   }
+  // A hitless restart after which the remote MAC machine lists only
+  // 10.0.0.2 and uses no next hop yet, before its stage is ready.
+  void restartWhereOnlyTheFirstVtepComesBack() {
+    platform().agentDown();
+    platform().vtepConfigDir()->activeNextHopIdListDelAll();
+    remoteVtep("10.0.0.3", false);
+    platform().agentUp();
+    platform().runFor(0.5);
+    ASSERT_FALSE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  }
   std::map<std::string, Fab::VXLAN::HwVtepInfo> publishedNow() {
     return {{"10.0.0.2", published("10.0.0.2")}, {"10.0.0.3", published("10.0.0.3")}};
   }
@@ -67,13 +77,7 @@ TEST_F(VtepRestartTest, WhatDoesNotComeBackIsSweptWhenTheRemoteMacsAreReady) {
   std::uint32_t const gone = publishedNextHop("10.0.0.3");
   readerUses(gone);
   readerUses(publishedNextHop("10.0.0.2"));
-  platform().agentDown();
-  // The restarted remote MAC machine lists only 10.0.0.2, and uses nothing yet.
-  platform().vtepConfigDir()->activeNextHopIdListDelAll();
-  remoteVtep("10.0.0.3", false);
-  platform().agentUp();
-  platform().runFor(0.5);
-  ASSERT_FALSE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  ASSERT_NO_FATAL_FAILURE(restartWhereOnlyTheFirstVtepComesBack());
   ASSERT_EQ(info().vtepSmState(), FabVxlanState::initialized_);
   // Until then the stale tunnel and its next hop stand, as the hardware has them.
   EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 2U);
@@ -99,12 +103,7 @@ TEST_F(VtepRestartTest, WhatDoesNotComeBackIsSweptWhenTheRemoteMacsAreReady) {
 TEST_F(VtepRestartTest, AStopDuringAHitlessRecoveryEndsIt) {
   tunnelsUp();
   readerUses(publishedNextHop("10.0.0.3"));
-  platform().agentDown();
-  platform().vtepConfigDir()->activeNextHopIdListDelAll();
-  remoteVtep("10.0.0.3", false);
-  platform().agentUp();
-  platform().runFor(0.5);
-  ASSERT_FALSE(platform().vxlanBootStatus()->stageRemoteMacsReady());
+  ASSERT_NO_FATAL_FAILURE(restartWhereOnlyTheFirstVtepComesBack());
   ASSERT_EQ(tunnelConfig().tunnelConfigEntrys(), 2U);
   vtiUp(kVxlan1, false);
   EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 1U);
