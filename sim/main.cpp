@@ -9,14 +9,16 @@
 
 namespace {
 
+// Asked for, the usage goes to standard output and the command succeeds;
+// after a bad argument, to standard error with status 2.
 int usage(char const* problem) {
   if (problem != nullptr) {
     std::fprintf(stderr, "fabvxlan-sim: %s\n", problem);
   }
-  std::fprintf(stderr,
+  std::fprintf(problem != nullptr ? stderr : stdout,
                "usage: fabvxlan-sim [--json] [scenario.json]\n"
                "Runs a scenario on the simulated platform, or the built-in one without a file.\n");
-  return 2;
+  return problem == nullptr ? 0 : 2;
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ int usage(char const* problem) {
   if (problem != nullptr) {
     std::fprintf(stderr, "fabvxlan-stress: %s\n", problem);
   }
-  std::fprintf(stderr,
+  std::fprintf(problem != nullptr ? stderr : stdout,
                "usage: fabvxlan-stress [--events N] [--seed S] [--out DIR] [--shrink-seconds T] [--quiet]\n"
                "       fabvxlan-stress --seed S --shrink FILE [--out DIR] [--shrink-seconds T]\n"
                "Plays N random events (default 3000) from seed S (default 1) and checks the whole stack after\n"

@@ -22,8 +22,10 @@ struct Options {
   std::optional<int> level;
 };
 
+constexpr char const* kUsage = " <ring-file> [--level N]  (N in 0..9)\n";
+
 [[noreturn]] void usageError(std::string const& problem) {
-  std::cerr << kProgram << ": " << problem << "\nusage: " << kProgram << " <ring-file> [--level N]  (N in 0..9)\n";
+  std::cerr << kProgram << ": " << problem << "\nusage: " << kProgram << kUsage;
   std::exit(2);
 }
 
@@ -38,6 +40,10 @@ Options parseOptions(int argc, char** argv) {
   Options options;
   for (int i = 1; i < argc; ++i) {
     std::string const arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      std::cout << "usage: " << kProgram << kUsage;
+      std::exit(0);
+    }
     if (arg == "--level") {
       if (i + 1 == argc) {
         usageError("--level needs a level");
