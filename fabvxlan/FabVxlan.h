@@ -3,6 +3,7 @@
 
 #include "fabvxlan/Version.h"
 #include "fabvxlan/central/FabVxlanCentralSm.h"
+#include "fabvxlan/mac/FabVxlanMacAddrSm.h"
 #include "fabvxlan/runtime/Activity.h"
 #include "fabvxlan/runtime/Entity.h"
 #include "fabvxlan/runtime/Exception.h"
@@ -35,6 +36,7 @@
 #include "fabvxlan/state/imported/MlagIntf.h"
 #include "fabvxlan/state/imported/MrouteLib.h"
 #include "fabvxlan/state/imported/Multicast.h"
+#include "fabvxlan/state/imported/Slab.h"
 #include "fabvxlan/state/imported/Vxlan.h"
 #include "fabvxlan/state/imported/VxlanController.h"
 #include "fabvxlan/state/imported/Wire.h"

@@ -18,4 +18,8 @@ void RefcountTable::decRefcount(unsigned int key) {
   }
 }
 
+RefcountVal RefcountTable::refcount(Bridging::VlanId const& vlanId) const {
+  return refcount(std::uint32_t{vlanId.value()});
+}
+
 }  // namespace Fab::VXLAN
