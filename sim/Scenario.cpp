@@ -18,7 +18,7 @@ namespace {
 std::vector<StepKind> const& stepKinds() {
   static std::vector<StepKind> const kinds = [] {
     std::vector<StepKind> all;
-    for (auto const& part : {centralStepKinds(), agentStepKinds(), vtepStepKinds(), vniStepKinds()}) {
+    for (auto const& part : {centralStepKinds(), agentStepKinds(), vtepStepKinds(), vniStepKinds(), macStepKinds()}) {
       all.insert(all.end(), part.begin(), part.end());
     }
     return all;
@@ -82,7 +82,7 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
   objectAt(ctx, spec, "'platform'");
   expectKeys(ctx, spec, "'platform'",
              {"answerDelay", "vtepGroupSupported", "hitlessRestart", "useUniqGenId", "maxRemoteVteps", "maxTunnels",
-              "maxNextHops", "vniTableSize", "vniSynchronous"});
+              "maxNextHops", "vniTableSize", "vniSynchronous", "remoteMacMachine", "macTableSize", "macAnswerDelay"});
   PlatformConfig config;
   if (spec.HasMember("answerDelay")) {
     config.answerDelay = numberAt(ctx, spec, "answerDelay");
@@ -98,6 +98,14 @@ PlatformConfig platformOf(Context const& ctx, Json const& spec) {
   if (spec.HasMember("maxNextHops")) config.tunnelLayer.nextHops = countAt(ctx, spec, "maxNextHops");
   if (spec.HasMember("vniTableSize")) config.vniTableSize = countAt(ctx, spec, "vniTableSize");
   if (spec.HasMember("vniSynchronous")) config.vniSynchronous = boolAt(ctx, spec, "vniSynchronous");
+  if (spec.HasMember("remoteMacMachine")) config.remoteMacMachine = boolAt(ctx, spec, "remoteMacMachine");
+  if (spec.HasMember("macTableSize")) config.macTableSize = countAt(ctx, spec, "macTableSize");
+  if (spec.HasMember("macAnswerDelay")) {
+    config.macAnswerDelay = numberAt(ctx, spec, "macAnswerDelay");
+    if (config.macAnswerDelay < 0) {
+      ctx.fail("'macAnswerDelay' must not be negative");
+    }
+  }
   return config;
 }
 

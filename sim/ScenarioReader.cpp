@@ -12,6 +12,13 @@ void Context::fail(std::string const& what) const {
   throw ScenarioError(where + ": " + what);
 }
 
+void refuseWhileRemoteMacMachineRuns(Context const& ctx, PlatformConfig const& config, char const* step) {
+  if (config.remoteMacMachine) {
+    ctx.fail(std::string("'") + step +
+             "' writes what the remote MAC machine owns: give hosts, or a platform with \"remoteMacMachine\": false");
+  }
+}
+
 void expectKeys(Context const& ctx, Json const& object, char const* what, std::vector<char const*> const& keys) {
   for (auto const& member : object.GetObject()) {
     bool known = false;

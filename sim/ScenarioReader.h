@@ -42,8 +42,12 @@ std::vector<StepKind> centralStepKinds();
 std::vector<StepKind> agentStepKinds();
 std::vector<StepKind> vtepStepKinds();
 std::vector<StepKind> vniStepKinds();
+std::vector<StepKind> macStepKinds();
 
 void expectKeys(Context const& ctx, Json const& object, char const* what, std::vector<char const*> const& keys);
+// A step that writes what the remote MAC machine owns needs a platform
+// without one ("remoteMacMachine": false).
+void refuseWhileRemoteMacMachineRuns(Context const& ctx, PlatformConfig const& config, char const* step);
 Json const& objectAt(Context const& ctx, Json const& value, char const* what);
 std::string stringAt(Context const& ctx, Json const& object, char const* key);
 bool boolAt(Context const& ctx, Json const& object, char const* key);

@@ -7,7 +7,8 @@ namespace Sim {
 
 namespace {
 
-Step activeVxlanVlanStep(Context const& ctx, Json const& spec, PlatformConfig const&) {
+Step activeVxlanVlanStep(Context const& ctx, Json const& spec, PlatformConfig const& config) {
+  refuseWhileRemoteMacMachineRuns(ctx, config, "activeVxlanVlan");
   expectKeys(ctx, spec, "activeVxlanVlan", {"add", "remove"});
   std::vector<std::pair<Bridging::VlanId, bool>> changes;
   std::string what = "remote MACs";

@@ -9,7 +9,8 @@ namespace Sim {
 
 namespace {
 
-Step vtepStep(Context const& ctx, Json const& spec, PlatformConfig const&) {
+Step vtepStep(Context const& ctx, Json const& spec, PlatformConfig const& config) {
+  refuseWhileRemoteMacMachineRuns(ctx, config, "vtep");
   expectKeys(ctx, spec, "vtep", {"vti", "add", "remove", "withdraw"});
   Wire::IntfId const vti = vtiAt(ctx, spec, "vti");
   if (spec.HasMember("withdraw") && boolAt(ctx, spec, "withdraw")) {
@@ -59,7 +60,8 @@ bool published(Platform const& platform, Fab::FabNextHopId const& nhId) {
   return false;
 }
 
-Step activeNextHopStep(Context const& ctx, Json const& spec, PlatformConfig const&) {
+Step activeNextHopStep(Context const& ctx, Json const& spec, PlatformConfig const& config) {
+  refuseWhileRemoteMacMachineRuns(ctx, config, "activeNextHop");
   expectKeys(ctx, spec, "activeNextHop", {"add", "remove"});
   std::vector<Fab::FabNextHopId> const add = nextHopsAt(ctx, spec, "add");
   std::vector<Fab::FabNextHopId> const remove = nextHopsAt(ctx, spec, "remove");

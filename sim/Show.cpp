@@ -1,11 +1,10 @@
 #include "sim/Show.h"
 
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
-
 #include <algorithm>
 #include <set>
 #include <sstream>
+
+#include "sim/ShowSections.h"
 
 namespace Sim {
 
@@ -276,6 +275,10 @@ Snapshot takeSnapshot(Platform& platform, std::string const& label) {
   if (s.vniSubsystem) {
     takeVniMap(platform, s);
   }
+  s.macSubsystem = !!platform.vxlanMacAddrSm();
+  if (s.macSubsystem) {
+    takeRemoteMacs(platform, s.remoteMacs);
+  }
   std::vector<std::string> const& logs = platform.logs();
   s.logs.assign(logs.size() > kLogsShown ? logs.end() - kLogsShown : logs.begin(), logs.end());
   for (auto const& [function, text] : platform.acsd()->verifyData()->cliVerifyOutput()) {
@@ -371,6 +374,9 @@ std::string renderText(Snapshot const& s) {
   if (s.vniSubsystem) {
     renderVniMap(out, s.vniMap);
   }
+  if (s.macSubsystem) {
+    renderRemoteMacs(out, s.remoteMacs);
+  }
   for (std::string const& line : s.logs) {
     out << "Log: " << line << "\n";
   }
@@ -383,8 +389,6 @@ std::string renderText(Snapshot const& s) {
   }
   return out.str();
 }
-
-using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
 void writeStrings(JsonWriter& w, char const* key, std::vector<std::string> const& strings) {
   w.Key(key);
@@ -522,6 +526,9 @@ void writeSnapshot(JsonWriter& w, Snapshot const& s) {
   }
   if (s.vniSubsystem) {
     writeVniMap(w, s.vniMap);
+  }
+  if (s.macSubsystem) {
+    writeRemoteMacs(w, s.remoteMacs);
   }
   writeStrings(w, "vtiPrograms", s.vtiPrograms);
   writeStrings(w, "logs", s.logs);

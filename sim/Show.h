@@ -46,6 +46,26 @@ struct Snapshot {
     std::size_t moreRows = 0;
     std::vector<std::string> unprogrammed;  // pendingVlanToVniMap
   };
+  // The remote MACs: totals first, then the first hosts by VLAN and MAC,
+  // and the learn restriction of each VLAN that has one.
+  struct RemoteMacs {
+    struct Row {
+      int vlan = 0;
+      std::string mac, vti, vtep, tunnelId, nextHopId, state;
+    };
+    struct LearnRestrict {
+      int vlan = 0;
+      std::string mode;
+      std::vector<std::string> prefixes;  // prefix=matches
+      std::uint32_t matchAny = 0, matchList = 0, rejectList = 0, matchFloodList = 0, rejectFloodList = 0;
+      double lastClearTime = 0.0;
+    };
+    std::size_t hosts = 0, queued = 0, pending = 0, resolved = 0, unprogrammed = 0, learned = 0, multiVtep = 0,
+                chip = 0, chipCapacity = 0, refusedFull = 0;
+    std::vector<Row> rows;
+    std::size_t moreRows = 0;
+    std::vector<LearnRestrict> learnRestricts;
+  };
   struct LearnEvent {
     std::uint64_t genId = 0;
     std::string vti, vtep, vni, mac;
@@ -73,6 +93,8 @@ struct Snapshot {
   std::size_t vtiHookCalls = 0;
   bool vniSubsystem = false;
   VniMap vniMap;
+  bool macSubsystem = false;
+  RemoteMacs remoteMacs;
   std::vector<std::string> logs;  // the last named log messages
   std::vector<std::string> verifyFailures;
 };

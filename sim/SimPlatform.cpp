@@ -1,6 +1,8 @@
 #include "sim/SimPlatform.h"
 
 #include <functional>
+#include <stdexcept>
+#include <string>
 
 RXN_TRACE_MODULE("FabVxlanSim");
 
@@ -146,6 +148,14 @@ Platform::Platform(PlatformConfig const& config)
   vtiStatusDir_ = Vxlan::vtiStatusDirFactory("vtiStatusDir");
   l2RibFloodSet_ = L2Rib::floodSetOutputFactory("l2RibFloodSet");
   bridgingConfig_ = Bridging::configFactory("bridgingConfig");
+  vxlanStatusDir_ = Vxlan::vxlanStatusDirFactory("vxlanStatusDir");
+  hostSources_.l2RibHosts = L2Rib::hostOutputFactory("l2RibHostOutput");
+  hostSources_.l2RibReader = new Slab::HostOutputReader(hostSources_.l2RibHosts);
+  hostSources_.vxlanConfigDir = Vxlan::vxlanConfigDirFactory("vxlanConfigDir");
+  hostSources_.vxlanConfigDir->fdbConfigIs("fdbConfig");
+  hostSources_.mlagHosts = Mlag::hostTableFactory("mlagHostTable");
+  hostSources_.mlagStatus = Mlag::statusFactory("mlagStatus");
+  macTable_.capacity = config_.macTableSize;
   createOwnEntities();
   vniTable_.capacity = config_.vniTableSize;
   vniTable_.programCost = config_.realTime ? 0.0 : config_.vniProgramCost;
@@ -169,10 +179,34 @@ void Platform::createOwnEntities() {
   tunnelStatus_ = Fab::fabTunnelStatusFactory("tunnelStatus");
   swTunnelGroupIdManager_ = Fab::swTunnelGroupIdManagerFactory("swTunnelGroupIdManager");
   vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
+  vtepGroupConfigDir_ = Fab::VXLAN::vtepGroupConfigDirFactory("vtepGroupConfigDir");
+  vtepGroupStatusDir_ = Fab::VXLAN::vtepGroupStatusDirFactory("vtepGroupStatusDir");
+  vxlanHwStatusDir_->fdbStatusIs("fdbStatus");
+  vxlanHwStatusDir_->learnStatusIs("learnStatus");
+  createRemoteMacInfoDir();
   tunnelLayer_ = new SimTunnelLayer(tunnelConfig_, tunnelStatus_, config_.tunnelLayer, tunnelAnswers_);
 }
 
+void Platform::createRemoteMacInfoDir() {
+  rmacInfoDir_ = Fab::VXLAN::remoteMacInfoDirFactory("rmacInfoDir");
+  rmacInfoDir_->hostTableIs("hostTable");
+  rmacInfoDir_->hostStatusTableIs("hostStatusTable");
+  rmacInfoDir_->nextHopIdRefcountTableIs("nextHopIdRefcountTable");
+  rmacInfoDir_->vlanRefcountTableIs("vlanRefcountTable");
+  rmacInfoDir_->tunnelInfoDirIs("tunnelInfoDir");
+  rmacInfoDir_->remoteMacFlushReqTableIs("remoteMacFlushReqTable");
+  rmacInfoDir_->vniInfoIs(vniInfo_);
+  rmacInfoDir_->vxlanBootStatusIs(vxlanBootStatus_);
+  if (!hostWriter_) {
+    hostWriter_ = new HostWriter(hostSources_, vtiStatusDir_, swTunnelGroupIdManager_, macTable_,
+                                 config_.macAnswerDelay);
+  }
+  hostWriter_->agentIs(rmacInfoDir_, vxlanBootStatus_, vxlanHwStatusDir_->fdbStatus());
+}
+
 Platform::~Platform() {
+  hostWriter_ = nullptr;
+  vxlanMacAddrSm_ = nullptr;
   central_ = nullptr;
   vtepSm_ = nullptr;
   vniSm_ = nullptr;
@@ -223,22 +257,36 @@ void Platform::buildMachines() {
   vniSm_ = Fab::VXLAN::vniSmFactory(acsd_, vxlanInfo_, vniInfo_, vtiStatusDir_, vxlanHwStatusDir_, bridgingConfig_,
                                     fabHelperVni_, vxlanBootStatus_);
   vtiStatusDirSm_ = Fab::smFactory<SimVtiStatusDirSm>("Sim", vtiStatusDir_, vtiHardware_);
+  if (config_.remoteMacMachine) {
+    vxlanMacAddrSm_ = Fab::VXLAN::vxlanMacAddrSmFactory(
+        acsd_, vxlanInfo_, vtiStatusDir_, vtepConfigDir_, vtepStatusDir_, hostSources_.vxlanConfigDir,
+        vxlanStatusDir_, vxlanHwStatusDir_, rmacInfoDir_, hostSources_.mlagHosts, hostSources_.mlagStatus,
+        vtepGroupConfigDir_, vtepGroupStatusDir_, hostSources_.l2RibReader, swTunnelGroupIdManager_);
+    vxlanMacAddrSm_->vtepGroupSupportedIs(config_.vtepGroupSupported);
+  }
   buildStandIns();
 }
 
 void Platform::buildStandIns() {
   double const delay = config_.answerDelay;
-  standIns_.push_back(new SubStateStandIn("VxlanMacAddrSm", vxlanInfo_, &FabVxlanInfo::vxlanMacSmState,
-                                          &FabVxlanInfo::vxlanMacSmStateIs, delay));
+  if (!vxlanMacAddrSm_) {
+    standIns_.push_back(new SubStateStandIn("VxlanMacAddrSm", vxlanInfo_, &FabVxlanInfo::vxlanMacSmState,
+                                            &FabVxlanInfo::vxlanMacSmStateIs, delay));
+  }
   if (config_.vtepGroupSupported) {
     standIns_.push_back(new SubStateStandIn("VtepGroupSm", vxlanInfo_, &FabVxlanInfo::vtepGroupSmState,
                                             &FabVxlanInfo::vtepGroupSmStateIs, delay));
   }
-  stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_,
+  // Until the recovery of remote MACs exists, the platform publishes its
+  // stage once the mappings are ready, so that the stages keep their order.
+  stageStandIns_.push_back(new StageStandIn("RemoteMacRecoveryHelperSm", vxlanBootStatus_,
                                             &VxlanBootStatus::stageVlanVniMappingReady,
                                             &VxlanBootStatus::stageRemoteMacsReadyIs, delay));
-  stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_, &VxlanBootStatus::stageRemoteMacsReady,
-                                            &VxlanBootStatus::stageReevaluateRmacsDoneIs, delay));
+  if (!vxlanMacAddrSm_) {
+    stageStandIns_.push_back(new StageStandIn("VxlanMacAddrSm", vxlanBootStatus_,
+                                              &VxlanBootStatus::stageRemoteMacsReady,
+                                              &VxlanBootStatus::stageReevaluateRmacsDoneIs, delay));
+  }
 }
 
 // The sub-machines start first, so that the first decision of the central
@@ -248,6 +296,9 @@ void Platform::startMachines() {
     vtepSm_->handleInitialized();
     vniSm_->handleInitialized();
     vtiStatusDirSm_->handleInitialized();
+  }
+  if (vxlanMacAddrSm_) {
+    vxlanMacAddrSm_->handleInitialized();
   }
   for (Rxn::Ptr<SubStateStandIn> const& standIn : standIns_) {
     standIn->resume();
@@ -266,6 +317,7 @@ void Platform::agentDown(Shutdown how) {
   RXN_TRACE(1, "the agent goes down" << (restarting ? " for a hitless restart" : " for good"));
   central_->disableCleanupOnRestartIs(restarting);
   central_ = nullptr;
+  vxlanMacAddrSm_ = nullptr;
   vtepSm_ = nullptr;
   vniSm_ = nullptr;
   vtiStatusDirSm_ = nullptr;
@@ -295,12 +347,21 @@ void Platform::agentUp(OwnState own) {
   }
   Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
   vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
-  for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
-    vniInfo_->activeVxlanVlanIs(vlanId, true);
-  }
-  // The new remote MAC machine lists the next hops it uses anew; the tunnel
-  // layer keeps them meanwhile, as FabTunnelConfig asked.
+  // The new remote MAC machine lists the next hops, VTEPs and VLANs it uses
+  // anew as it resolves its hosts again; the tunnel layer keeps the tunnels
+  // meanwhile, as FabTunnelConfig asked. A test that plays the machine keeps
+  // its VTEPs and VLANs.
   vtepConfigDir_->activeNextHopIdListDelAll();
+  vtepGroupConfigDir_->activeNextHopIdListDelAll();
+  if (remoteMacsByHand()) {
+    for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
+      vniInfo_->activeVxlanVlanIs(vlanId, true);
+    }
+  } else {
+    vtepConfigDir_->vtepConfigDelAll();
+    vtepGroupConfigDir_->vtepGroupConfigDelAll();
+  }
+  createRemoteMacInfoDir();
   Rxn::logRateLimitReset();
   publishRecoveredVlanToVniMap();
   republishBootStatus(config_.hitlessRestartSupported);
@@ -335,6 +396,7 @@ void Platform::resetHardware() {
   vniTable_.flushing.clear();
   vniTable_.initialized = false;
   vtiHardware_.vti.clear();
+  macTable_.rows.clear();
 }
 
 void Platform::publishRecoveredVlanToVniMap() {
@@ -408,6 +470,7 @@ Rxn::Ptr<L2Rib::FloodSet> Platform::floodSet(Bridging::VlanId const& vlanId, Wir
 }
 
 void Platform::remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, bool needed) {
+  refuseWhileRemoteMacMachineRuns("a remote VTEP");
   Fab::SwTunnelGroupId const id = vtepId(vtep);
   if (needed) {
     vtepConfigDir_->vtepConfigIs(vti)->remoteVtepListIs(id, true);
@@ -420,6 +483,14 @@ void Platform::remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, b
   config->remoteVtepListDel(id);
   if (config->remoteVtepLists() == 0) {
     vtepConfigDir_->vtepConfigDel(vti);
+  }
+}
+
+// The remote MAC machine owns these lists; writing them behind its back
+// breaks its counts.
+void Platform::refuseWhileRemoteMacMachineRuns(char const* what) const {
+  if (!remoteMacsByHand()) {
+    throw std::logic_error(std::string(what) + " is the remote MAC machine's to list; give hosts instead");
   }
 }
 
@@ -436,6 +507,7 @@ void Platform::vlanVniIs(Wire::IntfId const& vti, Bridging::VlanId const& vlanId
 }
 
 void Platform::activeVxlanVlanIs(Bridging::VlanId const& vlanId, bool active) {
+  refuseWhileRemoteMacMachineRuns("a VLAN's remote MACs");
   if (active) {
     vniInfo_->activeVxlanVlanIs(vlanId, true);
   } else {

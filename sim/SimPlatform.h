@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "fabvxlan/FabVxlan.h"
+#include "sim/SimMac.h"
 #include "sim/SimVni.h"
 #include "sim/SimVtep.h"
 #include "sim/SimVtiStatusDirSm.h"
@@ -41,6 +42,13 @@ struct PlatformConfig {
   double vniProgramCost = 20e-6;
   // Simulated time, or the wall clock (for benchmarks).
   bool realTime = false;
+  // The remote MAC machine runs, and the platform writes its host table. A
+  // test of the VTEP or VNI machine may play it instead, writing VtepConfig
+  // and activeVxlanVlan by hand.
+  bool remoteMacMachine = true;
+  // The chip's MAC table, and the seconds it takes to program a host.
+  std::size_t macTableSize = std::size_t{1} << 21;
+  double macAnswerDelay = 0.0;
 };
 
 // How the agent goes down: to come back hitlessly, or for good.
@@ -85,6 +93,8 @@ class Platform {
   // around it (VTIs, bridging, L2Rib) stays.
   void restartCold();
   bool agentRunning() const { return !!central_; }
+  // Whether a test plays the remote MAC machine (see PlatformConfig).
+  bool remoteMacsByHand() const { return !config_.remoteMacMachine; }
 
   void runUntilIdle() { activity_.runUntilIdle(); }
   void runFor(double seconds) { activity_.runFor(seconds); }
@@ -116,7 +126,10 @@ class Platform {
   void remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, bool needed);
   // The remote MAC machine drops the VTI's request list at once, as it does
   // when the VTI goes down.
-  void remoteVtepsWithdrawn(Wire::IntfId const& vti) { vtepConfigDir_->vtepConfigDel(vti); }
+  void remoteVtepsWithdrawn(Wire::IntfId const& vti) {
+    refuseWhileRemoteMacMachineRuns("a VTI's remote VTEPs");
+    vtepConfigDir_->vtepConfigDel(vti);
+  }
   Fab::SwTunnelGroupId vtepId(Wire::IpAddr const& vtep) const;
   // A VLAN's mapping on a VTI, or none.
   void vlanVniIs(Wire::IntfId const& vti, Bridging::VlanId const& vlanId, Vxlan::VniExtOrNone const& vni);
@@ -142,6 +155,12 @@ class Platform {
   Rxn::Ptr<Fab::FabTunnelStatus> const& tunnelStatus() const { return tunnelStatus_; }
   Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelGroupIdManager() const { return swTunnelGroupIdManager_; }
   Rxn::Ptr<Fab::VXLAN::FabVniInfo> const& vniInfo() const { return vniInfo_; }
+  Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& rmacInfoDir() const { return rmacInfoDir_; }
+  Rxn::Ptr<Fab::VXLAN::VtepGroupConfigDir> const& vtepGroupConfigDir() const { return vtepGroupConfigDir_; }
+  Rxn::Ptr<Fab::VXLAN::VtepGroupStatusDir> const& vtepGroupStatusDir() const { return vtepGroupStatusDir_; }
+  Rxn::Ptr<Vxlan::VxlanStatusDir> const& vxlanStatusDir() const { return vxlanStatusDir_; }
+  // The world's sources of remote hosts.
+  HostSources const& hostSources() const { return hostSources_; }
 
   // The platform's side.
   Rxn::Ptr<SimFabHelperVtep> const& fabHelperVtep() const { return fabHelperVtep_; }
@@ -152,6 +171,8 @@ class Platform {
   Rxn::Ptr<SimFabHelperVni> const& fabHelperVni() const { return fabHelperVni_; }
   VniTable& vniTable() { return vniTable_; }
   VtiHardware const& vtiHardware() const { return vtiHardware_; }
+  MacTable& macTable() { return macTable_; }
+  HostWriter& hostWriter() { return *hostWriter_; }
   // The named log messages of the agent so far, as the platform's log shows them.
   std::vector<std::string> const& logs() const { return logs_; }
 
@@ -159,6 +180,7 @@ class Platform {
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> const& central() const { return central_; }
   Rxn::Ptr<Fab::VXLAN::VtepSm> const& vtepSm() const { return vtepSm_; }
   Rxn::Ptr<Fab::VXLAN::VniSm> const& vniSm() const { return vniSm_; }
+  Rxn::Ptr<Fab::VXLAN::VxlanMacAddrSm> const& vxlanMacAddrSm() const { return vxlanMacAddrSm_; }
   Rxn::Ptr<SimVtiStatusDirSm> const& vtiStatusDirSm() const { return vtiStatusDirSm_; }
   // The names of the sub-machines a stand-in answers for.
   std::vector<std::string> standInNames() const;
@@ -175,6 +197,9 @@ class Platform {
   void createOwnEntities();
   void republishBootStatus(bool hitless);
   void resetHardware();
+  // The remote MAC machine's directory, new with each life of the agent.
+  void createRemoteMacInfoDir();
+  void refuseWhileRemoteMacMachineRuns(char const* what) const;
 
   PlatformConfig config_;
   Rxn::Activity activity_{config_.realTime ? Rxn::Activity::TimeMode::real : Rxn::Activity::TimeMode::simulated};
@@ -193,6 +218,11 @@ class Platform {
   Rxn::Ptr<Fab::FabTunnelStatus> tunnelStatus_;
   Rxn::Ptr<Fab::SwTunnelGroupIdManager> swTunnelGroupIdManager_;
   Rxn::Ptr<Fab::VXLAN::FabVniInfo> vniInfo_;
+  Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> rmacInfoDir_;
+  Rxn::Ptr<Fab::VXLAN::VtepGroupConfigDir> vtepGroupConfigDir_;
+  Rxn::Ptr<Fab::VXLAN::VtepGroupStatusDir> vtepGroupStatusDir_;
+  Rxn::Ptr<Vxlan::VxlanStatusDir> vxlanStatusDir_;
+  HostSources hostSources_;
   Rxn::Ptr<Fab::VerifyHarness> verifyHarness_;
   std::vector<std::string> logs_;
   Answers vtepHookAnswers_;
@@ -209,6 +239,8 @@ class Platform {
   Rxn::Ptr<VtepHelperAnswers> helperAnswers_;
   VniTable vniTable_;
   VtiHardware vtiHardware_;
+  MacTable macTable_;
+  Rxn::Ptr<HostWriter> hostWriter_;
   std::unique_ptr<AnswerQueue> vniAnswerQueue_;
   Rxn::Ptr<SimFabHelperVni> fabHelperVni_;
   Rxn::Ptr<SimFabHelperVniSm> vniHelperSm_;
@@ -217,6 +249,7 @@ class Platform {
   Rxn::Ptr<Fab::VXLAN::VxlanCentralSm> central_;
   Rxn::Ptr<Fab::VXLAN::VtepSm> vtepSm_;
   Rxn::Ptr<Fab::VXLAN::VniSm> vniSm_;
+  Rxn::Ptr<Fab::VXLAN::VxlanMacAddrSm> vxlanMacAddrSm_;
   Rxn::Ptr<SimVtiStatusDirSm> vtiStatusDirSm_;
   std::vector<Rxn::Ptr<SubStateStandIn>> standIns_;
   std::vector<Rxn::Ptr<StageStandIn>> stageStandIns_;

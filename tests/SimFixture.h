@@ -21,6 +21,13 @@ inline Wire::EthAddr const kZeroMac;
 class SimFixture : public ::testing::Test {
  protected:
   explicit SimFixture(Sim::PlatformConfig const& config = {}) : platform_(config) {}
+  // A platform on which the test plays the remote MAC machine: it lists the
+  // VTEPs and VLANs that hosts need by hand.
+  static Sim::PlatformConfig playingRemoteMacs() {
+    Sim::PlatformConfig config;
+    config.remoteMacMachine = false;
+    return config;
+  }
 
   Sim::Platform& platform() { return platform_; }
   Fab::VXLAN::FabVxlanInfo& info() { return *platform_.vxlanInfo(); }

@@ -21,6 +21,11 @@ std::string steps(std::string const& list) {
   return R"({"steps": [)" + list + "]}";
 }
 
+// Steps on a platform where the scenario plays the remote MAC machine.
+std::string stepsByHand(std::string const& list) {
+  return R"({"platform": {"remoteMacMachine": false}, "steps": [)" + list + "]}";
+}
+
 TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
   struct Case {
     std::string json;
@@ -63,12 +68,15 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
        "bad.json: step 1: bad VLAN range '20-10': the first is above the last"},
       {steps(R"({"vti": {"name": "Vxlan1", "vlanToVni": {"10": "x"}}})"),
        "bad.json: step 1: a VNI in 'vlanToVni' must be a number below 16777216, or null"},
-      {steps(R"({"activeVxlanVlan": {"add": [true]}})"), "bad.json: step 1: 'add' must be a list of VLANs"},
-      {steps(R"({"vtep": {"vti": "Ethernet3", "add": ["10.0.0.2"]}})"),
+      {steps(R"({"vtep": {"vti": "Vxlan1", "add": ["10.0.0.2"]}})"),
+       "bad.json: step 1: 'vtep' writes what the remote MAC machine owns: give hosts, or a platform with "
+       "\"remoteMacMachine\": false"},
+      {stepsByHand(R"({"activeVxlanVlan": {"add": [true]}})"), "bad.json: step 1: 'add' must be a list of VLANs"},
+      {stepsByHand(R"({"vtep": {"vti": "Ethernet3", "add": ["10.0.0.2"]}})"),
        "bad.json: step 1: bad interface 'Ethernet3': a VTI is named Vxlan<number>"},
-      {steps(R"({"vtep": {"vti": "Vxlan1", "add": ["10.0.0.256"]}})"),
+      {stepsByHand(R"({"vtep": {"vti": "Vxlan1", "add": ["10.0.0.256"]}})"),
        "bad.json: step 1: bad address '10.0.0.256': bad IPv4 address '10.0.0.256'"},
-      {steps(R"({"activeNextHop": {"add": ["1000"]}})"), "bad.json: step 1: 'add' must be a list of next hop ids"},
+      {stepsByHand(R"({"activeNextHop": {"add": ["1000"]}})"), "bad.json: step 1: 'add' must be a list of next hop ids"},
       {steps(R"({"switchover": 7})"), "bad.json: step 1: 'switchover' takes the address of a remote VTEP"},
       {steps(R"({"answers": {"delay": -2}})"), "bad.json: step 1: 'delay' must not be negative"},
       {steps(R"({"learn": {"vtep": "10.0.0.9", "vni": 16777216}})"),
@@ -91,7 +99,7 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
 }
 
 TEST(Scenario, AReaderThatListsANextHopNobodyPublishedStopsTheRunWithTheStep) {
-  Sim::Scenario const scenario = Sim::parseScenario(steps(R"(
+  Sim::Scenario const scenario = Sim::parseScenario(stepsByHand(R"(
       {"at": 0, "vti": {"name": "Vxlan1", "operStatus": "up"}},
       {"at": 1, "activeNextHop": {"add": [4242]}})"),
                                                     "reader.json");

@@ -11,6 +11,8 @@ class VniFixture : public SimFixture {
  protected:
   static Sim::PlatformConfig platformWith(double answerDelay, bool synchronous = false, std::size_t tableSize = 4094) {
     Sim::PlatformConfig config;
+    // The test plays the remote MAC machine.
+    config.remoteMacMachine = false;
     config.answerDelay = answerDelay;
     config.vniSynchronous = synchronous;
     config.vniTableSize = tableSize;

@@ -13,6 +13,8 @@ using Fab::VXLAN::FabVxlanState;
 
 Sim::PlatformConfig platformWith(bool useUniqGenId = true, std::uint32_t nextHops = 128) {
   Sim::PlatformConfig config;
+  // The test plays the remote MAC machine.
+  config.remoteMacMachine = false;
   config.useUniqGenId = useUniqGenId;
   config.tunnelLayer.nextHops = nextHops;
   return config;

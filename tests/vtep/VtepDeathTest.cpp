@@ -15,6 +15,8 @@ using Fab::VXLAN::FabVxlanState;
 
 Sim::PlatformConfig platformWith(double answerDelay, bool useUniqGenId = true) {
   Sim::PlatformConfig config;
+  // The test plays the remote MAC machine.
+  config.remoteMacMachine = false;
   config.answerDelay = answerDelay;
   config.useUniqGenId = useUniqGenId;
   return config;
@@ -93,6 +95,8 @@ class OwnHookTest : public SimFixture {
  protected:
   static Sim::PlatformConfig handDriven() {
     Sim::PlatformConfig config;
+    // The test plays the remote MAC machine.
+    config.remoteMacMachine = false;
     config.subMachines = false;
     return config;
   }

@@ -13,6 +13,8 @@ using Fab::VXLAN::FabVxlanState;
 
 Sim::PlatformConfig answeringAfter(double seconds) {
   Sim::PlatformConfig config;
+  // The test plays the remote MAC machine.
+  config.remoteMacMachine = false;
   config.answerDelay = seconds;
   return config;
 }

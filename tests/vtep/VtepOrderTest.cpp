@@ -14,6 +14,7 @@ using Answerer = Sim::Platform::Answerer;
 
 class VtepOrderTest : public SimFixture {
  protected:
+  VtepOrderTest() : SimFixture(playingRemoteMacs()) {}
   // The agent restarts over the standing tunnel layer and its new hook is
   // slow: the machine waits in initializing_ for the hook's init answer.
   void restartWithASlowHook() {

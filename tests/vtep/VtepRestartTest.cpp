@@ -16,6 +16,8 @@ using Fab::VXLAN::FabVxlanState;
 
 Sim::PlatformConfig restartingPlatform(bool hitless = true) {
   Sim::PlatformConfig config;
+  // The test plays the remote MAC machine.
+  config.remoteMacMachine = false;
   config.answerDelay = 0.5;
   config.hitlessRestartSupported = hitless;
   return config;

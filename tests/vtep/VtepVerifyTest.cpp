@@ -14,6 +14,8 @@ class VtepVerifyTest : public SimFixture {
  protected:
   static Sim::PlatformConfig slowPlatform() {
     Sim::PlatformConfig config;
+    // The test plays the remote MAC machine.
+    config.remoteMacMachine = false;
     config.answerDelay = 1.0;
     return config;
   }

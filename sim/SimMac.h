@@ -1,0 +1,106 @@
+#pragma once
+// The remote MAC side of the simulated platform: the chip's MAC table, with a
+// capacity, and the party outside the library that writes the host table. It
+// merges the layer-2 sources (L2Rib hosts and configured hosts) into host
+// rows, keeps the per-VLAN indexes of the L2Rib and MLAG tables, programs
+// what the status rows say into the chip an answer delay later and reports
+// it in the row, answers every remote MAC event, and serves flush requests.
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "fabvxlan/state/FabIds.h"
+#include "fabvxlan/state/FabVxlanInfo.h"
+#include "fabvxlan/state/RemoteMac.h"
+#include "fabvxlan/state/imported/L2Rib.h"
+#include "fabvxlan/state/imported/Mlag.h"
+#include "fabvxlan/state/imported/Slab.h"
+#include "fabvxlan/state/imported/Vxlan.h"
+#include "sim/AnswerQueue.h"
+
+namespace Sim {
+
+// What the chip holds of remote MACs. It outlives an agent restart.
+struct MacTable {
+  struct Row {
+    Wire::IntfId vti;
+    Fab::SwTunnelGroupId swTunnelGroupId;
+    Fab::FabNextHopId nextHopId;
+  };
+  std::size_t capacity = std::size_t{1} << 21;
+  std::map<Bridging::MacVlanPair, Row> rows;
+  // Hosts the chip had no room for, since the start.
+  std::uint64_t refusedFull = 0;
+};
+
+// The world's layer-2 sources of remote hosts, which outlive the agent.
+struct HostSources {
+  Rxn::Ptr<L2Rib::HostOutput> l2RibHosts;
+  Rxn::Ptr<Slab::HostOutputReader> l2RibReader;
+  Rxn::Ptr<Vxlan::VxlanConfigDir> vxlanConfigDir;
+  Rxn::Ptr<Mlag::HostTable> mlagHosts;
+  Rxn::Ptr<Mlag::Status> mlagStatus;
+};
+
+class HostWriter : public Rxn::PtrInterface {
+ public:
+  HostWriter(HostSources const& sources, Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir,
+             Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelGroupIdManager, MacTable& table, double delay);
+  ~HostWriter() override;
+
+  // The agent's directory (a new one after a restart) and its boot status:
+  // the writer holds its rows back until the remote MACs' stage is ready,
+  // then writes them all.
+  void agentIs(Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& dir,
+               Rxn::Ptr<Fab::VXLAN::VxlanBootStatus const> const& boot, Rxn::Ptr<Vxlan::FdbStatus> const& fdbStatus);
+  AnswerQueue& answers() { return answers_; }
+  // Rewrites (or withdraws) the host of the key from its sources.
+  void rewrite(Bridging::MacVlanPair const& key);
+
+ private:
+  class RxnL2RibHosts;
+  class RxnFdbConfig;
+  class RxnMlagHosts;
+  class RxnRemoteMacInfoDir;
+  class RxnStatusTable;
+  class RxnFlushReqTable;
+  class RxnBootStatus;
+
+  // The row the sources ask for, or the empty row.
+  Fab::VXLAN::HostEntry wanted(Bridging::MacVlanPair const& key) const;
+  Wire::IntfId vtiMapping(Bridging::VlanId const& vlanId) const;
+  bool vtiMaps(Wire::IntfId const& vti, Bridging::VlanId const& vlanId) const;
+  bool writing() const;
+  void writeAll();
+  void forgetHostsThatDidNotComeBack();
+  void withdraw(Bridging::MacVlanPair const& key);
+  void l2RibIndexIs(Bridging::MacVlanPair const& key, bool present);
+  void mlagIndexIs(Bridging::MacVlanPair const& key, bool present);
+  void handleEvent(Fab::VXLAN::RemoteMacEvent const& event);
+  void statusChanged(Bridging::MacVlanPair const& key);
+  void programDue();
+  void program(Bridging::MacVlanPair const& key);
+  void serveFlushes();
+
+  HostSources sources_;
+  Rxn::Ptr<Vxlan::VtiStatusDir const> vtiStatusDir_;
+  Rxn::Ptr<Fab::SwTunnelGroupIdManager> swTunnelGroupIdManager_;
+  MacTable& table_;
+  AnswerQueue answers_;
+  Rxn::Ptr<RxnL2RibHosts> l2RibHosts_;
+  Rxn::Ptr<RxnFdbConfig> fdbConfig_;
+  Rxn::Ptr<RxnMlagHosts> mlagHosts_;
+  Rxn::Ptr<RxnRemoteMacInfoDir> dir_;
+  Rxn::Ptr<RxnStatusTable> statusTable_;
+  Rxn::Ptr<RxnFlushReqTable> flushReqTable_;
+  Rxn::Ptr<RxnBootStatus> boot_;
+  Rxn::Ptr<Vxlan::FdbStatus> fdbStatus_;
+  // Status rows changed since the last answer: the chip programs them together.
+  std::vector<Bridging::MacVlanPair> toProgram_;
+  bool flushPosted_ = false;
+};
+
+}  // namespace Sim
