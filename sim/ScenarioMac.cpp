@@ -108,14 +108,16 @@ Step learnRestrictStep(Context const& ctx, Json const& spec, PlatformConfig cons
       status->vlanToLearnRestrictDel(vlan);
       return;
     }
+    // New prefixes and the mode first: the way from one rule to the next
+    // never passes through an empty list, which would deny every host.
     Rxn::Ptr<Vxlan::LearnRestrict> const restrict = status->vlanToLearnRestrictIs(vlan);
+    for (Vxlan::VtepPrefix const& prefix : prefixes) restrict->prefixListIs(prefix, true);
+    restrict->learnFromIs(mode);
     for (auto it = restrict->prefixList().begin(); it != restrict->prefixList().end();) {
       Vxlan::VtepPrefix const prefix = it.key();
       ++it;
       if (std::find(prefixes.begin(), prefixes.end(), prefix) == prefixes.end()) restrict->prefixListDel(prefix);
     }
-    for (Vxlan::VtepPrefix const& prefix : prefixes) restrict->prefixListIs(prefix, true);
-    restrict->learnFromIs(mode);
   };
   return step;
 }
@@ -127,7 +129,7 @@ Step clearCountersStep(Context const& ctx, Json const& spec, PlatformConfig cons
   Step step;
   step.what = Rxn::format("clear the learn counters of vlan %u on %s", vlan.value(), vti.stringValue().c_str());
   step.action = [=](Platform& platform) {
-    platform.vxlanStatusDir()->vxlanStatusIs(vti)->vlanToClearCounterRequestTimeIs(vlan, platform.now() + 1.0);
+    platform.vxlanStatusDir()->vxlanStatusIs(vti)->vlanToClearCounterRequestTimeIs(vlan, platform.activity().now());
   };
   return step;
 }

@@ -91,7 +91,7 @@ void takeRemoteMacs(Platform& platform, Snapshot::RemoteMacs& macs) {
     r.mode = modeText(status.learnFrom());
     std::set<std::string> prefixes;
     for (auto const& [prefix, member] : status.prefixList()) {
-      prefixes.insert(prefix.stringValue() + "=" + std::to_string(status.numMatches(prefix)));
+      prefixes.insert(prefix.prefix().stringValue() + "=" + std::to_string(status.numMatches(prefix)));
     }
     r.prefixes.assign(prefixes.begin(), prefixes.end());
     r.matchAny = status.numMatchAny();
@@ -99,7 +99,9 @@ void takeRemoteMacs(Platform& platform, Snapshot::RemoteMacs& macs) {
     r.rejectList = status.numRejectList();
     r.matchFloodList = status.numMatchFloodList();
     r.rejectFloodList = status.numRejectFloodList();
-    r.lastClearTime = status.lastClearTime();
+    // As the show output's times go: from the start of the run.
+    r.lastClearTime =
+        status.lastClearTime() == 0.0 ? 0.0 : status.lastClearTime() - (platform.activity().now() - platform.now());
     macs.learnRestricts.push_back(r);
   }
 }

@@ -140,10 +140,13 @@ HostWriter::~HostWriter() {
 
 void HostWriter::agentIs(Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& dir,
                          Rxn::Ptr<Fab::VXLAN::VxlanBootStatus const> const& boot,
-                         Rxn::Ptr<Vxlan::FdbStatus> const& fdbStatus) {
+                         Rxn::Ptr<Vxlan::FdbStatus> const& fdbStatus,
+                         Rxn::Ptr<Fab::VXLAN::VtepConfigDir> const& vtepConfigDir) {
   fdbStatus_ = fdbStatus;
+  vtepConfigDir_ = vtepConfigDir;
   answers_.clear();
   toProgram_.clear();
+  rowsByVtep_.clear();
   flushPosted_ = false;
   dir_ = new RxnRemoteMacInfoDir(dir, this);
   statusTable_ = new RxnStatusTable(dir->hostStatusTable(), this);
@@ -160,6 +163,23 @@ void HostWriter::agentIs(Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& dir,
            dir_.get(), statusTable_.get(), flushReqTable_.get(), boot_.get()}) {
     reactor->hasNotificationActiveIs(true);
   }
+}
+
+// Another VTI's hosts, written or resolved, or its tunnel, use the VTEP.
+bool HostWriter::vtepOnAnotherVti(HostEntry const& row) const {
+  if (auto const uses = rowsByVtep_.find(row.swTunnelGroupId()); uses != rowsByVtep_.end()) {
+    for (auto const& [vti, count] : uses->second) {
+      if (vti != row.vtiIntfId() && count > 0) return true;
+    }
+  }
+  return vtepBusy_ && vtepBusy_(row.vtiIntfId(), row.swTunnelGroupId());
+}
+
+void HostWriter::rowUses(HostEntry const& row, int change) {
+  if (!row) return;
+  std::map<Wire::IntfId, int>& uses = rowsByVtep_[row.swTunnelGroupId()];
+  if ((uses[row.vtiIntfId()] += change) == 0) uses.erase(row.vtiIntfId());
+  if (uses.empty()) rowsByVtep_.erase(row.swTunnelGroupId());
 }
 
 bool HostWriter::writing() const {
@@ -216,12 +236,14 @@ void HostWriter::rewrite(Bridging::MacVlanPair const& key) {
     return;
   }
   HostEntry row = wanted(key);
-  if (!row || !vtiMaps(row.vtiIntfId(), key.vlanId())) {
+  if (!row || !vtiMaps(row.vtiIntfId(), key.vlanId()) || vtepOnAnotherVti(row)) {
     withdraw(key);
     return;
   }
   Rxn::Ptr<Fab::VXLAN::HostTable> const hostTable = dir_->notifier()->hostTable();
   HostEntry const present = hostTable->entry(key);
+  rowUses(present, -1);
+  rowUses(row, +1);
   row.hwStateIs(present.hwState());
   if (!!present) {
     row.learnTimeIs(present.learnTime());
@@ -238,13 +260,15 @@ void HostWriter::rewrite(Bridging::MacVlanPair const& key) {
 void HostWriter::withdraw(Bridging::MacVlanPair const& key) {
   Rxn::Ptr<Fab::VXLAN::HostTable> const hostTable = dir_->notifier()->hostTable();
   HostEntry row = hostTable->entry(key);
+  // A chip row may be older than the agent's table.
+  table_.rows.erase(key);
   if (!row) {
     return;
   }
+  rowUses(row, -1);
   RXN_TRACE(8, "withdraw " << key);
   row.hwOperationIs(HostHwOperation::hwOpDelete_);
   hostTable->entryIs(key, row);
-  table_.rows.erase(key);
   hostTable->entryDel(key);
 }
 
@@ -269,6 +293,27 @@ void HostWriter::writeAll() {
     rewrite(key);
   }
   forgetHostsThatDidNotComeBack();
+  forgetVtepsThatDidNotComeBack();
+}
+
+// The requests of VTEPs that an earlier life listed and no host of the VTI
+// names any more go, as the recovery's withdrawal of unrecoverable hosts
+// would take them.
+void HostWriter::forgetVtepsThatDidNotComeBack() {
+  std::set<std::pair<Wire::IntfId, Fab::SwTunnelGroupId>> named;
+  for (auto const& [key, row] : dir_->notifier()->hostTable()->entry()) {
+    named.emplace(row.vtiIntfId(), row.swTunnelGroupId());
+  }
+  for (auto const& [vti, config] : vtepConfigDir_->vtepConfig()) {
+    for (auto it = config->remoteVtepList().begin(); it != config->remoteVtepList().end();) {
+      Fab::SwTunnelGroupId const id = it.key();
+      ++it;
+      if (!named.contains({vti, id})) {
+        RXN_TRACE(7, "no host came back for " << id << " on " << vti);
+        config->remoteVtepListDel(id);
+      }
+    }
+  }
 }
 
 // Until the remote MACs recover after a hitless restart, the platform stands

@@ -8,11 +8,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <vector>
 
 #include "fabvxlan/state/FabIds.h"
+#include "fabvxlan/state/FabVtep.h"
 #include "fabvxlan/state/FabVxlanInfo.h"
 #include "fabvxlan/state/RemoteMac.h"
 #include "fabvxlan/state/imported/L2Rib.h"
@@ -55,8 +57,14 @@ class HostWriter : public Rxn::PtrInterface {
   // the writer holds its rows back until the remote MACs' stage is ready,
   // then writes them all.
   void agentIs(Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& dir,
-               Rxn::Ptr<Fab::VXLAN::VxlanBootStatus const> const& boot, Rxn::Ptr<Vxlan::FdbStatus> const& fdbStatus);
+               Rxn::Ptr<Fab::VXLAN::VxlanBootStatus const> const& boot, Rxn::Ptr<Vxlan::FdbStatus> const& fdbStatus,
+               Rxn::Ptr<Fab::VXLAN::VtepConfigDir> const& vtepConfigDir);
   AnswerQueue& answers() { return answers_; }
+  // Whether a VTEP is in use on another VTI than this one. All tunnels of
+  // the platform share one VRF, so a VTEP is reached through one VTI at a
+  // time: the writer holds back a host whose VTEP another VTI uses.
+  using VtepBusy = std::function<bool(Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep)>;
+  void vtepBusyIs(VtepBusy busy) { vtepBusy_ = std::move(busy); }
   // Rewrites (or withdraws) the host of the key from its sources.
   void rewrite(Bridging::MacVlanPair const& key);
 
@@ -76,7 +84,10 @@ class HostWriter : public Rxn::PtrInterface {
   bool writing() const;
   void writeAll();
   void forgetHostsThatDidNotComeBack();
+  void forgetVtepsThatDidNotComeBack();
   void withdraw(Bridging::MacVlanPair const& key);
+  bool vtepOnAnotherVti(Fab::VXLAN::HostEntry const& row) const;
+  void rowUses(Fab::VXLAN::HostEntry const& row, int change);
   void l2RibIndexIs(Bridging::MacVlanPair const& key, bool present);
   void mlagIndexIs(Bridging::MacVlanPair const& key, bool present);
   void handleEvent(Fab::VXLAN::RemoteMacEvent const& event);
@@ -98,9 +109,13 @@ class HostWriter : public Rxn::PtrInterface {
   Rxn::Ptr<RxnFlushReqTable> flushReqTable_;
   Rxn::Ptr<RxnBootStatus> boot_;
   Rxn::Ptr<Vxlan::FdbStatus> fdbStatus_;
+  Rxn::Ptr<Fab::VXLAN::VtepConfigDir> vtepConfigDir_;
   // Status rows changed since the last answer: the chip programs them together.
   std::vector<Bridging::MacVlanPair> toProgram_;
   bool flushPosted_ = false;
+  VtepBusy vtepBusy_;
+  // The host rows written, by VTEP and VTI.
+  std::map<Fab::SwTunnelGroupId, std::map<Wire::IntfId, int>> rowsByVtep_;
 };
 
 }  // namespace Sim

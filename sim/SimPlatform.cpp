@@ -200,8 +200,11 @@ void Platform::createRemoteMacInfoDir() {
   if (!hostWriter_) {
     hostWriter_ = new HostWriter(hostSources_, vtiStatusDir_, swTunnelGroupIdManager_, macTable_,
                                  config_.macAnswerDelay);
+    hostWriter_->vtepBusyIs([this](Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep) {
+      return vtepUsedElsewhere(vti, vtep);
+    });
   }
-  hostWriter_->agentIs(rmacInfoDir_, vxlanBootStatus_, vxlanHwStatusDir_->fdbStatus());
+  hostWriter_->agentIs(rmacInfoDir_, vxlanBootStatus_, vxlanHwStatusDir_->fdbStatus(), vtepConfigDir_);
 }
 
 Platform::~Platform() {
@@ -347,19 +350,17 @@ void Platform::agentUp(OwnState own) {
   }
   Rxn::Ptr<Fab::VXLAN::FabVniInfo> const previous = vniInfo_;
   vniInfo_ = Fab::VXLAN::fabVniInfoFactory("vniInfo");
-  // The new remote MAC machine lists the next hops, VTEPs and VLANs it uses
-  // anew as it resolves its hosts again; the tunnel layer keeps the tunnels
-  // meanwhile, as FabTunnelConfig asked. A test that plays the machine keeps
-  // its VTEPs and VLANs.
+  // The VTEP requests of the earlier life stand, so that the tunnels they
+  // keep survive; the new remote MAC machine lists the next hops and VLANs
+  // it uses anew as it resolves its hosts again, and the host writer drops
+  // the requests no host came back for. A test that plays the machine keeps
+  // its VLANs.
   vtepConfigDir_->activeNextHopIdListDelAll();
   vtepGroupConfigDir_->activeNextHopIdListDelAll();
   if (remoteMacsByHand()) {
     for (auto const& [vlanId, active] : previous->activeVxlanVlan()) {
       vniInfo_->activeVxlanVlanIs(vlanId, true);
     }
-  } else {
-    vtepConfigDir_->vtepConfigDelAll();
-    vtepGroupConfigDir_->vtepGroupConfigDelAll();
   }
   createRemoteMacInfoDir();
   Rxn::logRateLimitReset();
@@ -484,6 +485,19 @@ void Platform::remoteVtepIs(Wire::IntfId const& vti, Wire::IpAddr const& vtep, b
   if (config->remoteVtepLists() == 0) {
     vtepConfigDir_->vtepConfigDel(vti);
   }
+}
+
+// Listed, or still draining, on another VTI.
+bool Platform::vtepUsedElsewhere(Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep) const {
+  for (auto const& [other, config] : vtepConfigDir_->vtepConfig()) {
+    if (other != vti && config->remoteVtepList(vtep)) return true;
+  }
+  if (vtepSm_) {
+    for (auto const& [other, dir] : vtepSm_->vtepInfoDir()) {
+      if (other != vti && dir->vtepInfo(vtep)) return true;
+    }
+  }
+  return false;
 }
 
 // The remote MAC machine owns these lists; writing them behind its back

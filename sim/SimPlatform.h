@@ -131,6 +131,8 @@ class Platform {
     vtepConfigDir_->vtepConfigDel(vti);
   }
   Fab::SwTunnelGroupId vtepId(Wire::IpAddr const& vtep) const;
+  // Whether another VTI than this one lists the VTEP or still holds its tunnel.
+  bool vtepUsedElsewhere(Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep) const;
   // A VLAN's mapping on a VTI, or none.
   void vlanVniIs(Wire::IntfId const& vti, Bridging::VlanId const& vlanId, Vxlan::VniExtOrNone const& vni);
   // Whether remote MACs use the VLAN, as the remote MAC machine says.

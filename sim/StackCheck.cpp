@@ -22,12 +22,14 @@ void StackCheck::afterStep() {
   checkCentralAfterStep(checks_);
   checkVtepAfterStep(checks_);
   checkVniAfterStep(checks_);
+  checkMacAfterStep(checks_);
 }
 
 void StackCheck::whenQuiet() {
   checkCentralWhenQuiet(checks_);
   checkVtepWhenQuiet(checks_);
   checkVniWhenQuiet(checks_);
+  checkMacWhenQuiet(checks_);
 }
 
 // Every machine runs its own verification; a mismatch that one reports (as

@@ -64,7 +64,7 @@ class Checks {
   std::map<std::string, std::uint64_t> counts_;
 };
 
-// Whether the remote MAC machine (a stand-in here) holds nothing up: no
+// Whether the remote MAC machine holds nothing up: no
 // VTEP its hosts need, no next hop its entries use, no VLAN with MACs to
 // flush. Until it lets go, a stop waits for it.
 bool remoteMacsAtRest(Platform const& platform);
@@ -76,6 +76,8 @@ void checkVtepAfterStep(Checks& checks);
 void checkVtepWhenQuiet(Checks& checks);
 void checkVniAfterStep(Checks& checks);
 void checkVniWhenQuiet(Checks& checks);
+void checkMacAfterStep(Checks& checks);
+void checkMacWhenQuiet(Checks& checks);
 
 class StackCheck {
  public:

@@ -267,7 +267,6 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
   Rxn::Ptr<VtepStatus> const vtepStatus = vtepStatusDir()->vtepStatus(vtiIntfId);
   Rxn::Ptr<VtepGroupStatus> const vtepGroupStatus = vtepGroupStatusDir()->vtepGroupStatus(vtiIntfId);
   Rxn::Ptr<TunnelInfoDir> const tunnelInfoDir = rmacInfoDir()->tunnelInfoDir();
-  bool alreadyListed = false;
   if (swTunnelGroupId.isSingleMemberGroup()) {
     // clang-format off
     assert(!vtepGroupStatus || !vtepGroupStatus->hwVtepGroupInfo( swTunnelGroupId ));
@@ -280,8 +279,6 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
     }
     nextHopId = info.nextHopId();
     tunnelId = info.tunnelId();
-    Rxn::Ptr<VtepConfig> const config = vtepConfigDir()->vtepConfig(vtiIntfId);
-    alreadyListed = config && config->remoteVtepList(swTunnelGroupId);
   } else {
     // clang-format off
     assert(!vtepStatus || !vtepStatus->hwVtepInfo( swTunnelGroupId ));
@@ -294,13 +291,14 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
     }
     nextHopId = info.nextHopId();
     tunnelId = info.tunnelId();
-    Rxn::Ptr<VtepGroupConfig> const config = vtepGroupConfigDir()->vtepGroupConfig(vtiIntfId);
-    alreadyListed = config && config->vtepGroupList(swTunnelGroupId);
   }
   if (!tunnelId.valid()) {
     return;
   }
-  if (alreadyListed) {
+  // A tunnel that another host entered has its row. One whose request an
+  // earlier life of the agent left standing, or whose VTEP came back while
+  // its VTI was not a tunnel interface, has none yet.
+  if (!!tunnelInfoDir->tunnelInfo(tunnelId)) {
     // clang-format off
     assert(tunnelInfoDir->tunnelInfo( tunnelId ).swTunnelGroupId() == swTunnelGroupId);
     // clang-format on
@@ -352,7 +350,7 @@ void VxlanMacAddrSm::removeRemoteMacVtepMap(Bridging::MacVlanPair const& key, Wi
   if (list->macAddrLists() != 0) {
     return;
   }
-  rmacInfoDir()->tunnelInfoDir()->tunnelInfoDel(list->tunnelId());
+  dropTunnelInfo(list);
   vtepMacAddrListDel(swTunnelGroupId);
   // A VTI going down deletes its request lists first: their absence is no fault.
   if (swTunnelGroupId.isMultiMemberGroup()) {
@@ -369,6 +367,15 @@ void VxlanMacAddrSm::removeRemoteMacVtepMap(Bridging::MacVlanPair const& key, Wi
     assert(!vtepGroupConfigDir()->vtepGroupConfig( vtiIntfId )->vtepGroupList( swTunnelGroupId ));
     // clang-format on
     config->remoteVtepListDel(swTunnelGroupId);
+  }
+}
+
+// The row of the list's tunnel, unless the tunnel id went to another VTEP
+// since: the list keeps the id its VTEP last had.
+void VxlanMacAddrSm::dropTunnelInfo(Rxn::Ptr<VtepMacAddrList> const& list) {
+  Rxn::Ptr<TunnelInfoDir> const tunnelInfoDir = rmacInfoDir()->tunnelInfoDir();
+  if (tunnelInfoDir->tunnelInfo(list->tunnelId()).swTunnelGroupId() == list->swTunnelGroupId()) {
+    tunnelInfoDir->tunnelInfoDel(list->tunnelId());
   }
 }
 
@@ -455,9 +462,8 @@ void VxlanMacAddrSm::RxnVtepStatus::handleNextHopIdUpdate(Fab::SwTunnelGroupId c
   VxlanMacAddrSm* const sm = owner();
   assert(swTunnelGroupId.isSingleMemberGroup());
   // The old tunnel's row goes first, whatever comes next.
-  if (Rxn::Ptr<VtepMacAddrList> const list = sm->vtepMacAddrList(swTunnelGroupId);
-      list && list->tunnelId() != Fab::FabTunnelId()) {
-    sm->rmacInfoDir()->tunnelInfoDir()->tunnelInfoDel(list->tunnelId());
+  if (Rxn::Ptr<VtepMacAddrList> const list = sm->vtepMacAddrList(swTunnelGroupId)) {
+    sm->dropTunnelInfo(list);
   }
   // A withdrawn VTEP changes no host here.
   if (HwVtepInfo const info = notifier()->hwVtepInfo(swTunnelGroupId); !!info) {
@@ -468,9 +474,8 @@ void VxlanMacAddrSm::RxnVtepStatus::handleNextHopIdUpdate(Fab::SwTunnelGroupId c
 void VxlanMacAddrSm::RxnVtepGroupStatus::handleNextHopIdUpdate(Fab::SwTunnelGroupId const& swTunnelGroupId) {
   VxlanMacAddrSm* const sm = owner();
   assert(swTunnelGroupId.isMultiMemberGroup());
-  if (Rxn::Ptr<VtepMacAddrList> const list = sm->vtepMacAddrList(swTunnelGroupId);
-      list && list->tunnelId() != Fab::FabTunnelId()) {
-    sm->rmacInfoDir()->tunnelInfoDir()->tunnelInfoDel(list->tunnelId());
+  if (Rxn::Ptr<VtepMacAddrList> const list = sm->vtepMacAddrList(swTunnelGroupId)) {
+    sm->dropTunnelInfo(list);
   }
   if (HwVtepGroupInfo const info = notifier()->hwVtepGroupInfo(swTunnelGroupId); !!info) {
     sm->handleNextHopIdUpdate(fwkKey(), swTunnelGroupId, info.nextHopId(), info.tunnelId());
@@ -722,6 +727,10 @@ void VxlanMacAddrSm::handleVxlanStateUpdate() {
   RXN_TRACE(8, " new vxlan state " << info->state() << " mac state " << info->vxlanMacSmState());
   switch (info->state()) {
     case FabVxlanState::initializing_:
+      // An earlier life of the agent, whose state was kept, already answered.
+      if (info->vxlanMacSmState() == FabVxlanState::initialized_) {
+        return;
+      }
       assert(vxlanInfo()->vxlanMacSmState() == FabVxlanState::clean_);
       info->vxlanMacSmStateIs(FabVxlanState::initialized_);
       return;
@@ -854,8 +863,14 @@ void VxlanMacAddrSm::handleVerify() {
   verifyRefcounts();
 }
 
+// A host on its way to another VTEP keeps its status row while it waits,
+// but has already left its old VTEP's hosts: the pending row speaks for it.
 void VxlanMacAddrSm::verifyHost(Bridging::MacVlanPair const& key, StatusEntry const& status) const {
   Fab::SwTunnelGroupId const swTunnelGroupId = status.swTunnelGroupId();
+  if (PendingRemoteMacEntry const pending = pendingResolveRemoteMacList(key);
+      !!pending && pending.swTunnelGroupId() != swTunnelGroupId) {
+    return;
+  }
   // clang-format off
   assert(vtepMacAddrList( swTunnelGroupId ) && vtepMacAddrList( swTunnelGroupId )->macAddrList( key ));
   // clang-format on

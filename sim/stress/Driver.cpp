@@ -27,7 +27,7 @@ std::string timed(std::string const& step, std::uint64_t atMs) {
 
 std::vector<EventKind> allEvents() {
   std::vector<EventKind> all;
-  for (auto const& part : {worldEvents(), vniEvents(), vtepEvents(), agentEvents()}) {
+  for (auto const& part : {worldEvents(), vniEvents(), vtepEvents(), macEvents(), agentEvents()}) {
     all.insert(all.end(), part.begin(), part.end());
   }
   return all;

@@ -97,6 +97,7 @@ struct EventKind {
 std::vector<EventKind> worldEvents();
 std::vector<EventKind> vniEvents();
 std::vector<EventKind> vtepEvents();
+std::vector<EventKind> macEvents();
 std::vector<EventKind> agentEvents();
 
 // The steps that bring the world to rest: the remote MAC machine lets go of

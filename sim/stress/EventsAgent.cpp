@@ -100,17 +100,8 @@ Steps stepsToRest(Maker& maker) {
   for (std::string const& vti : maker.existingVtis()) {
     steps.push_back("{\"vti\": {\"name\": " + quoted(vti) + ", \"operStatus\": \"down\"}}");
   }
-  // The remote MAC machine follows: it withdraws the VTIs' request lists,
-  // gives up its next hops and flushes its VLANs.
-  for (auto const& [vti, config] : platform.vtepConfigDir()->vtepConfig()) {
-    steps.push_back("{\"vtep\": {\"vti\": " + quoted(vti.stringValue()) + ", \"withdraw\": true}}");
-  }
-  for (auto const& [id, active] : platform.vtepConfigDir()->activeNextHopIdList()) {
-    steps.push_back("{\"activeNextHop\": {\"remove\": [" + id.stringValue() + "]}}");
-  }
-  for (auto const& [vlan, active] : platform.vniInfo()->activeVxlanVlan()) {
-    steps.push_back("{\"activeVxlanVlan\": {\"remove\": [" + vlan.stringValue() + "]}}");
-  }
+  // The remote MAC machine follows: the VTIs going down flush their hosts,
+  // which lets go of their VTEPs, next hops and VLANs.
   steps.push_back("{\"settle\": true}");
   return steps;
 }

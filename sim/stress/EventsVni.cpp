@@ -75,22 +75,13 @@ Steps mapSeveral(Maker& maker) {
   return {mapStep(vti, maps)};
 }
 
-// The remote MAC machine marks a VLAN whose MACs it uses, and clears the mark
-// once they are flushed.
-Steps activeVxlanVlan(Maker& maker) {
-  if (!maker.platform().agentRunning()) return {};
-  char const* const change = maker.chance(0.5) ? "add" : "remove";
-  return {"{\"activeVxlanVlan\": {" + quoted(change) + ": [" + std::to_string(maker.vlan()) + "]}}"};
-}
-
 }  // namespace
 
 std::vector<EventKind> vniEvents() {
   return {{"map-add", 6, mapAdd},
           {"map-move", 4, mapMove},
           {"map-remove", 4, mapRemove},
-          {"map-several", 2, mapSeveral},
-          {"active-vxlan-vlan", 3, activeVxlanVlan}};
+          {"map-several", 2, mapSeveral}};
 }
 
 }  // namespace Stress

@@ -1,0 +1,67 @@
+// The whole-stack checks of remote MACs: what the forwarding database says
+// stands in the chip's MAC table towards the next hop its VTEP publishes,
+// no host of the chip points at a next hop the tunnel layer freed, and a
+// quiet platform has no host waiting for the quantum.
+
+#include "fabvxlan/mac/FabVxlanMacAddrSm.h"
+#include "sim/StackCheck.h"
+
+namespace Sim {
+
+namespace {
+
+std::string hostText(Bridging::MacVlanPair const& key) {
+  return "host " + key.stringValue();
+}
+
+// The remote MAC machine runs and its hosts are written: a restarted agent
+// rebuilds them once its stage is ready.
+bool hostsWritten(Platform const& platform) {
+  return platform.agentRunning() && platform.vxlanMacAddrSm() && platform.vxlanMacAddrSm()->initialized() &&
+         platform.vxlanBootStatus()->stageRemoteMacsReady();
+}
+
+void checkLearnedHost(Checks& checks, Vxlan::LearnedHost const& learned) {
+  Platform& platform = checks.platform();
+  Bridging::MacVlanPair const key(learned.key().mac(), learned.key().vlanId());
+  Fab::VXLAN::StatusEntry const status = platform.rmacInfoDir()->hostStatusTable()->statusEntry(key);
+  auto const row = platform.macTable().rows.find(key);
+  checks.expect("mac-learned-host-in-chip",
+                !!status && row != platform.macTable().rows.end() && row->second.nextHopId == status.nextHopId(),
+                [&] { return hostText(key) + " status " + status.stringValue(); });
+  if (checks.owes(Platform::Answerer::tunnelLayer) || !status.swTunnelGroupId().isSingleMemberGroup()) {
+    return;
+  }
+  Rxn::Ptr<Fab::VXLAN::VtepStatus> const vtepStatus = platform.vtepStatusDir()->vtepStatus(status.vtiIntfId());
+  Fab::VXLAN::HwVtepInfo const published =
+      vtepStatus ? vtepStatus->hwVtepInfo(status.swTunnelGroupId()) : Fab::VXLAN::HwVtepInfo();
+  checks.expect("mac-learned-host-on-published-next-hop", !published || published.nextHopId() == status.nextHopId(),
+                [&] { return hostText(key) + " on " + status.nextHopId().stringValue() + ", published " +
+                             published.stringValue(); });
+}
+
+}  // namespace
+
+void checkMacAfterStep(Checks&) {}
+
+void checkMacWhenQuiet(Checks& checks) {
+  Platform& platform = checks.platform();
+  if (!hostsWritten(platform)) {
+    return;
+  }
+  Fab::VXLAN::VxlanMacAddrSm const& sm = *platform.vxlanMacAddrSm();
+  checks.expect("mac-quantum-done-when-quiet", sm.updateLists() == 0,
+                [&] { return std::to_string(sm.updateLists()) + " hosts wait"; });
+  for (auto const& [key, learned] : platform.vxlanHwStatusDir()->fdbStatus()->learnedHost()) {
+    checkLearnedHost(checks, learned);
+  }
+  for (auto const& [key, row] : platform.macTable().rows) {
+    checks.expect("mac-chip-row-resolved", !!platform.rmacInfoDir()->hostStatusTable()->statusEntry(key),
+                  [&] { return hostText(key) + " in the chip without a status row"; });
+    checks.expect("mac-chip-next-hop-held",
+                  !row.nextHopId.valid() || !platform.tunnelLayer().nextHopIdFree(row.nextHopId.value()),
+                  [&] { return hostText(key) + " on freed next hop " + row.nextHopId.stringValue(); });
+  }
+}
+
+}  // namespace Sim
