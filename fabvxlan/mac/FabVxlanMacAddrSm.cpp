@@ -490,9 +490,12 @@ void VxlanMacAddrSm::handleNextHopIdUpdate(Wire::IntfId const& vtiIntfId,
   if (!initialized() || !rmacInfoDir()->validTunnelIntf(vtiIntfId)) {
     return;
   }
-  // clang-format off
-  assert(vtepMacAddrList( swTunnelGroupId ));
-  // clang-format on
+  // A request that an earlier life of the agent left standing changes
+  // before any host of this life is behind it: no host to move.
+  if (!vtepMacAddrList(swTunnelGroupId)) {
+    RXN_TRACE(7, " No host behind " << swTunnelGroupId << " yet");
+    return;
+  }
   assert(!!nextHopId);
   if (tunnelId.valid()) {
     assert(!!tunnelId);

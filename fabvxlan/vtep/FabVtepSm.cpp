@@ -1043,6 +1043,11 @@ void VtepSm::RxnVtepConfig::handleRemoteVtep(SwTunnelGroupId const& id) {
   if (!notifier()->remoteVtepList(id)) {
     RXN_TRACE(7, " remote VTEP " << id << " removed ");
     RXN_RING(7, " remote VTEP %s removed ", id.stringValue());
+    // Listed and taken away before the VTI was ready: nothing was set up.
+    if (Rxn::Ptr<VtepInfoDir> const vInfo = sm->vtepInfoDir(vti); !vInfo || !vInfo->vtepInfo(id)) {
+      RXN_TRACE(7, " remote VTEP " << id << " was never taken up ");
+      return;
+    }
     sm->removeRemoteVtep(vti, id);
     sm->checkAndRemoveVtepInfo(vti);
     // Also when the removal waits for a next hop in use.

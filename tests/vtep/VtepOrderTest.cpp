@@ -116,5 +116,19 @@ TEST_F(VtepOrderTest, ADrainingVtepListedAgainAfterAFlapIsPublished) {
   EXPECT_EQ(stackFailure(), "");
 }
 
+// The remote MAC machine may list a VTEP and take it away again before the
+// VTI's tunnel layer is ready: VtepSm has nothing to remove.
+TEST_F(VtepOrderTest, AVtepListedAndTakenAwayBeforeTheVtiIsReadyLeavesNothing) {
+  platform().answersAre({0, true}, Answerer::vtepHook);
+  vtiUp(kVxlan1);
+  remoteVtep("10.0.0.2");
+  remoteVtep("10.0.0.2", false);
+  platform().answersAre({0, false}, Answerer::vtepHook);
+  platform().settle();
+  EXPECT_FALSE(published("10.0.0.2"));
+  EXPECT_EQ(tunnelConfig().tunnelConfigEntrys(), 0u);
+  EXPECT_EQ(stackFailure(), "");
+}
+
 }  // namespace
 }  // namespace FabTest
