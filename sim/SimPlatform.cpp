@@ -197,6 +197,10 @@ void Platform::createRemoteMacInfoDir() {
   rmacInfoDir_->remoteMacFlushReqTableIs("remoteMacFlushReqTable");
   rmacInfoDir_->vniInfoIs(vniInfo_);
   rmacInfoDir_->vxlanBootStatusIs(vxlanBootStatus_);
+  // A test that plays the remote MAC machine writes no hosts.
+  if (!config_.remoteMacMachine) {
+    return;
+  }
   if (!hostWriter_) {
     hostWriter_ = new HostWriter(hostSources_, vtiStatusDir_, swTunnelGroupIdManager_, macTable_,
                                  config_.macAnswerDelay);
@@ -362,10 +366,10 @@ void Platform::agentUp(OwnState own) {
       vniInfo_->activeVxlanVlanIs(vlanId, true);
     }
   }
-  createRemoteMacInfoDir();
   Rxn::logRateLimitReset();
   publishRecoveredVlanToVniMap();
   republishBootStatus(config_.hitlessRestartSupported);
+  createRemoteMacInfoDir();
   ++restarts_;
   start();
 }

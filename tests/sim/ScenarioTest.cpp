@@ -43,10 +43,11 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
        "bad.json: toggle 'PerVniControlPlane' must be true or false"},
       {steps(R"({"at": 0, "wait": 3})"),
        "bad.json: step 1: unknown key 'wait' in a step (expected at, show, vti, vtis, floodSet, l2rib, bridging, "
-       "restart, agent, answers, settle, vtep, activeNextHop, switchover, learn, activeVxlanVlan)"},
+       "restart, agent, answers, settle, vtep, activeNextHop, switchover, learn, activeVxlanVlan, hosts, "
+       "learnRestrict, clearCounters, corruptL2RibRow)"},
       {steps(R"({"at": 0})"),
        "bad.json: step 1: a step needs vti, vtis, floodSet, l2rib, bridging, restart, agent, answers, settle, "
-       "vtep, activeNextHop, switchover, learn, activeVxlanVlan or show"},
+       "vtep, activeNextHop, switchover, learn, activeVxlanVlan, hosts, learnRestrict, clearCounters, corruptL2RibRow or show"},
       {steps(R"({"at": 2, "show": true}, {"at": 1, "show": true})"),
        "bad.json: step 2: 'at' goes back in time, to 1 after 2"},
       {steps(R"({"vti": {"name": "Ethernet1", "operStatus": "up"}})"),
@@ -63,7 +64,8 @@ TEST(Scenario, ABadScenarioNamesTheFileTheStepAndTheFault) {
        "bad.json: step 1: bad flood set type 'some': expected all, any or a number"},
       {steps(R"({"vti": {"name": "Vxlan1"}, "l2rib": {"source": 4}})"),
        "bad.json: step 1: a step does one thing: vti, vtis, floodSet, l2rib, bridging, restart, agent, answers, "
-       "settle, vtep, activeNextHop, switchover, learn, activeVxlanVlan"},
+       "settle, vtep, activeNextHop, switchover, learn, activeVxlanVlan, hosts, learnRestrict, clearCounters, "
+       "corruptL2RibRow"},
       {steps(R"({"bridging": {"vlan": "20-10"}})"),
        "bad.json: step 1: bad VLAN range '20-10': the first is above the last"},
       {steps(R"({"vti": {"name": "Vxlan1", "vlanToVni": {"10": "x"}}})"),

@@ -59,18 +59,6 @@ TEST_F(VtepDeathTest, TheMachinesMayNotFallOutOfStep) {
   EXPECT_DEATH(info().stateIs(FabVxlanState::clean_), literal("vxlanInfo()->vtepSmState() == FabVxlanState::clean_"));
 }
 
-class SlowVtepDeathTest : public VtepDeathTest {
- protected:
-  SlowVtepDeathTest() : VtepDeathTest(platformWith(1.0)) {}
-};
-
-TEST_F(SlowVtepDeathTest, AVtepThatLeavesBeforeItsTunnelWasSetUpEndsTheProcess) {
-  vtiUp(kVxlan1);
-  ASSERT_EQ(info().state(), FabVxlanState::initializing_);
-  remoteVtep("10.0.0.2");
-  EXPECT_DEATH(remoteVtep("10.0.0.2", false), literal("vInfo->vtepInfo( swTunnelGroupId )"));
-}
-
 class NoGenerationDeathTest : public VtepDeathTest {
  protected:
   NoGenerationDeathTest() : VtepDeathTest(platformWith(0, false)) {}
