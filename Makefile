@@ -103,6 +103,7 @@ bench: build
 	  --benchmark_out=$(BUILD)/bench/vtep.json --benchmark_out_format=json
 	$(BUILD)/bench/fabvxlan-bench-vni --benchmark_repetitions=3 \
 	  --benchmark_out=$(BUILD)/bench/vni.json --benchmark_out_format=json
+	$(BUILD)/bench/fabvxlan-bench-mac --benchmark_out=$(BUILD)/bench/mac.json --benchmark_out_format=json
 	python3 bench/ratios.py $(BUILD)/bench/runtime.json
 
 format:

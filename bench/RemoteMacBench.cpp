@@ -1,0 +1,127 @@
+// Remote hosts at scale: N hosts behind 64 VTEPs through VxlanMacAddrSm, the
+// platform's host writer and a chip that answers at once, on the wall clock.
+// The L2Rib learns the hosts in slices of 10 ms between turns of the loop;
+// the run ends when every host has its status row and stands in the
+// forwarding database. Reported: hosts per second, heap bytes per host
+// (everything but the simulated chip's table), and the longest loop turn.
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "sim/SimPlatform.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kVteps = 64;
+Wire::IntfId const kVti("Vxlan1");
+
+Sim::PlatformConfig wallClockPlatform(std::size_t hosts) {
+  Sim::PlatformConfig config;
+  config.realTime = true;
+  config.vniSynchronous = true;
+  config.macTableSize = hosts + kVteps;
+  config.tunnelLayer.tunnels = 2 * kVteps;
+  config.tunnelLayer.nextHops = 4 * kVteps;
+  config.maxRemoteVteps = 2 * kVteps;
+  return config;
+}
+
+Wire::IpAddr vtepAddress(std::size_t i) {
+  return Wire::IpAddr(0x0a010000U + static_cast<std::uint32_t>(i % kVteps) + 1);
+}
+
+Bridging::MacVlanPair hostKey(std::size_t i, int vlan) {
+  std::array<std::uint8_t, 6> bytes{2, 0, static_cast<std::uint8_t>(i >> 24), static_cast<std::uint8_t>(i >> 16),
+                                    static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)};
+  return Bridging::MacVlanPair(Wire::EthAddr(bytes), Bridging::VlanId(vlan));
+}
+
+std::size_t heapInUse() {
+  struct mallinfo2 const info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+struct Run {
+  double longestTurn = 0.0;
+};
+
+void turn(Sim::Platform& platform, Run& run) {
+  Clock::time_point const began = Clock::now();
+  platform.activity().runTurn();
+  run.longestTurn = std::max(run.longestTurn, std::chrono::duration<double>(Clock::now() - began).count());
+}
+
+bool allLearned(Sim::Platform& platform, std::size_t hosts) {
+  return platform.rmacInfoDir()->hostStatusTable()->statusEntrys() >= hosts &&
+         platform.vxlanHwStatusDir()->fdbStatus()->learnedHosts() >= hosts;
+}
+
+void remoteMacs(benchmark::State& state, bool vtepsResolvedFirst) {
+  std::size_t const count = static_cast<std::size_t>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    Sim::Platform platform(wallClockPlatform(count));
+    for (int vlan : {10, 11}) {
+      platform.bridgingConfig()->vlanConfigIs(Bridging::VlanId(vlan));
+      platform.vlanVniIs(kVti, Bridging::VlanId(vlan), Vxlan::VniExtOrNone(10000 + vlan));
+    }
+    platform.vti(kVti)->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+    platform.runUntilIdle();
+    L2Rib::HostOutput& l2Rib = *platform.hostSources().l2RibHosts;
+    std::size_t extra = 0;
+    if (vtepsResolvedFirst) {
+      // One host per VTEP in another VLAN resolves the VTEPs before the clock.
+      for (std::size_t i = 0; i < kVteps; ++i) {
+        l2Rib.hostIs(L2Rib::HostAndSource(hostKey(i, 11), L2Rib::vxlanDest(vtepAddress(i)), 0));
+      }
+      platform.runUntilIdle();
+      extra = kVteps;
+    }
+    std::size_t const heapBefore = heapInUse();
+    Run run;
+    state.ResumeTiming();
+    Clock::time_point const start = Clock::now();
+    std::size_t next = 0;
+    while (next < count || !allLearned(platform, count + extra)) {
+      Clock::time_point const sliceEnd = Clock::now() + std::chrono::milliseconds(10);
+      while (next < count && Clock::now() < sliceEnd) {
+        for (std::size_t const end = std::min(count, next + 1024); next < end; ++next) {
+          l2Rib.hostIs(L2Rib::HostAndSource(hostKey(next, 10), L2Rib::vxlanDest(vtepAddress(next)), 0));
+        }
+      }
+      turn(platform, run);
+    }
+    double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    state.PauseTiming();
+    // The simulated chip's table is the platform's, not the library's.
+    std::size_t const chipBytes = platform.macTable().rows.size() * (sizeof(Bridging::MacVlanPair) +
+                                                                      sizeof(Sim::MacTable::Row) + 4 * sizeof(void*));
+    std::size_t const heapAfter = heapInUse();
+    state.counters["macs_per_second"] = static_cast<double>(count) / seconds;
+    state.counters["bytes_per_mac"] =
+        static_cast<double>(heapAfter - heapBefore - std::min(chipBytes, heapAfter - heapBefore)) /
+        static_cast<double>(count);
+    state.counters["longest_turn_ms"] = run.longestTurn * 1e3;
+    state.counters["quantum_ms"] = platform.vxlanMacAddrSm()->remoteHostProcessingQuanta() * 1e3;
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
+}
+
+void BM_RemoteMacResolve(benchmark::State& state) {
+  remoteMacs(state, true);
+}
+void BM_RemoteMacResolvePending(benchmark::State& state) {
+  remoteMacs(state, false);
+}
+BENCHMARK(BM_RemoteMacResolve)->Arg(65536)->Arg(1048576)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RemoteMacResolvePending)->Arg(65536)->Arg(1048576)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
