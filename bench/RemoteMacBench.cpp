@@ -36,8 +36,12 @@ Wire::IpAddr vtepAddress(std::size_t i) {
 }
 
 Bridging::MacVlanPair hostKey(std::size_t i, int vlan) {
-  std::array<std::uint8_t, 6> bytes{2, 0, static_cast<std::uint8_t>(i >> 24), static_cast<std::uint8_t>(i >> 16),
-                                    static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)};
+  std::array<std::uint8_t, 6> bytes{2,
+                                    0,
+                                    static_cast<std::uint8_t>(i >> 24),
+                                    static_cast<std::uint8_t>(i >> 16),
+                                    static_cast<std::uint8_t>(i >> 8),
+                                    static_cast<std::uint8_t>(i)};
   return Bridging::MacVlanPair(Wire::EthAddr(bytes), Bridging::VlanId(vlan));
 }
 
@@ -99,8 +103,8 @@ void remoteMacs(benchmark::State& state, bool vtepsResolvedFirst) {
     double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
     state.PauseTiming();
     // The simulated chip's table is the platform's, not the library's.
-    std::size_t const chipBytes = platform.macTable().rows.size() * (sizeof(Bridging::MacVlanPair) +
-                                                                      sizeof(Sim::MacTable::Row) + 4 * sizeof(void*));
+    std::size_t const chipBytes = platform.macTable().rows.size() *
+                                  (sizeof(Bridging::MacVlanPair) + sizeof(Sim::MacTable::Row) + 4 * sizeof(void*));
     std::size_t const heapAfter = heapInUse();
     state.counters["macs_per_second"] = static_cast<double>(count) / seconds;
     state.counters["bytes_per_mac"] =

@@ -35,9 +35,10 @@ void checkLearnedHost(Checks& checks, Vxlan::LearnedHost const& learned) {
   Rxn::Ptr<Fab::VXLAN::VtepStatus> const vtepStatus = platform.vtepStatusDir()->vtepStatus(status.vtiIntfId());
   Fab::VXLAN::HwVtepInfo const published =
       vtepStatus ? vtepStatus->hwVtepInfo(status.swTunnelGroupId()) : Fab::VXLAN::HwVtepInfo();
-  checks.expect("mac-learned-host-on-published-next-hop", !published || published.nextHopId() == status.nextHopId(),
-                [&] { return hostText(key) + " on " + status.nextHopId().stringValue() + ", published " +
-                             published.stringValue(); });
+  checks.expect(
+      "mac-learned-host-on-published-next-hop", !published || published.nextHopId() == status.nextHopId(), [&] {
+        return hostText(key) + " on " + status.nextHopId().stringValue() + ", published " + published.stringValue();
+      });
 }
 
 }  // namespace

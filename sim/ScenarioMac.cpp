@@ -12,10 +12,12 @@ namespace {
 // The MAC `index` places after `first`.
 Wire::EthAddr macPlus(Wire::EthAddr const& first, std::uint32_t index) {
   std::uint64_t value = 0;
-  for (std::uint8_t byte : first.bytes()) value = (value << 8) | byte;
+  for (std::uint8_t byte : first.bytes())
+    value = (value << 8) | byte;
   value += index;
   std::array<std::uint8_t, 6> bytes{};
-  for (int i = 5; i >= 0; --i, value >>= 8) bytes[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value);
+  for (int i = 5; i >= 0; --i, value >>= 8)
+    bytes[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value);
   return Wire::EthAddr(bytes);
 }
 
@@ -44,9 +46,10 @@ Step hostsStep(Context const& ctx, Json const& spec, PlatformConfig const&) {
   Wire::IntfId const vti = source == HostSource::configured ? vtiAt(ctx, spec, "vti") : Wire::IntfId();
   std::uint32_t const l2RibSource = spec.HasMember("l2RibSource") ? countAt(ctx, spec, "l2RibSource") : 0;
   Step step;
-  step.what = Rxn::format("%s %u %s hosts from %s in vlan %u", remove ? "forget" : "learn", count,
-                          sourceName.c_str(), first.stringValue().c_str(), vlan.value());
-  for (Wire::IpAddr const& vtep : vteps) step.what += " " + vtep.stringValue();
+  step.what = Rxn::format("%s %u %s hosts from %s in vlan %u", remove ? "forget" : "learn", count, sourceName.c_str(),
+                          first.stringValue().c_str(), vlan.value());
+  for (Wire::IpAddr const& vtep : vteps)
+    step.what += " " + vtep.stringValue();
   step.action = [=](Platform& platform) {
     HostSources const& sources = platform.hostSources();
     Rxn::Ptr<Vxlan::FdbConfig> const fdbConfig = sources.vxlanConfigDir->fdbConfig();
@@ -101,7 +104,8 @@ Step learnRestrictStep(Context const& ctx, Json const& spec, PlatformConfig cons
   Step step;
   step.what = Rxn::format("learn restriction of vlan %u on %s: %s", vlan.value(), vti.stringValue().c_str(),
                           stringAt(ctx, spec, "mode").c_str());
-  for (Vxlan::VtepPrefix const& prefix : prefixes) step.what += " " + prefix.stringValue();
+  for (Vxlan::VtepPrefix const& prefix : prefixes)
+    step.what += " " + prefix.stringValue();
   step.action = [=](Platform& platform) {
     Rxn::Ptr<Vxlan::VxlanStatus> const status = platform.vxlanStatusDir()->vxlanStatusIs(vti);
     if (mode == Vxlan::AllowLearnMode::learnFromDefault) {
@@ -111,7 +115,8 @@ Step learnRestrictStep(Context const& ctx, Json const& spec, PlatformConfig cons
     // New prefixes and the mode first: the way from one rule to the next
     // never passes through an empty list, which would deny every host.
     Rxn::Ptr<Vxlan::LearnRestrict> const restrict = status->vlanToLearnRestrictIs(vlan);
-    for (Vxlan::VtepPrefix const& prefix : prefixes) restrict->prefixListIs(prefix, true);
+    for (Vxlan::VtepPrefix const& prefix : prefixes)
+      restrict->prefixListIs(prefix, true);
     restrict->learnFromIs(mode);
     for (auto it = restrict->prefixList().begin(); it != restrict->prefixList().end();) {
       Vxlan::VtepPrefix const prefix = it.key();

@@ -29,8 +29,7 @@ std::string hostState(VxlanMacAddrSm const& sm, Platform& platform, Bridging::Ma
   return "Refused";
 }
 
-Snapshot::RemoteMacs::Row hostRow(VxlanMacAddrSm const& sm, Platform& platform,
-                                  Fab::VXLAN::HostEntry const& entry) {
+Snapshot::RemoteMacs::Row hostRow(VxlanMacAddrSm const& sm, Platform& platform, Fab::VXLAN::HostEntry const& entry) {
   Fab::VXLAN::StatusEntry const status = platform.rmacInfoDir()->hostStatusTable()->statusEntry(entry.key());
   Snapshot::RemoteMacs::Row row;
   row.vlan = entry.key().vlanId().value();
@@ -83,7 +82,8 @@ void takeRemoteMacs(Platform& platform, Snapshot::RemoteMacs& macs) {
   macs.moreRows = macs.hosts - macs.rows.size();
   Rxn::Ptr<Vxlan::LearnStatus> const learnStatus = platform.vxlanHwStatusDir()->learnStatus();
   std::set<Bridging::VlanId> vlans;
-  for (auto const& [vlanId, status] : learnStatus->learnStatusList()) vlans.insert(vlanId);
+  for (auto const& [vlanId, status] : learnStatus->learnStatusList())
+    vlans.insert(vlanId);
   for (Bridging::VlanId const& vlanId : vlans) {
     Vxlan::LearnRestrictStatus const& status = *learnStatus->learnStatusList(vlanId);
     Snapshot::RemoteMacs::LearnRestrict r;
@@ -108,7 +108,8 @@ void takeRemoteMacs(Platform& platform, Snapshot::RemoteMacs& macs) {
 
 void renderRemoteMacs(std::ostringstream& out, Snapshot::RemoteMacs const& m) {
   out << Rxn::format(
-      "\nRemote MACs: %zu hosts, %zu queued, %zu pending, %zu resolved (%zu unprogrammed), %zu learned (%zu multi-VTEP); "
+      "\nRemote MACs: %zu hosts, %zu queued, %zu pending, %zu resolved (%zu unprogrammed), %zu learned (%zu "
+      "multi-VTEP); "
       "chip %zu of %zu",
       m.hosts, m.queued, m.pending, m.resolved, m.unprogrammed, m.learned, m.multiVtep, m.chip, m.chipCapacity);
   if (m.refusedFull > 0) out << Rxn::format(", %zu refused full", m.refusedFull);
@@ -124,7 +125,8 @@ void renderRemoteMacs(std::ostringstream& out, Snapshot::RemoteMacs const& m) {
   }
   for (auto const& r : m.learnRestricts) {
     out << Rxn::format("Learn restriction VLAN %d: %s", r.vlan, r.mode.c_str());
-    for (std::string const& prefix : r.prefixes) out << " " << prefix;
+    for (std::string const& prefix : r.prefixes)
+      out << " " << prefix;
     out << Rxn::format("; any %u, list %u/%u rejected, flood list %u/%u rejected, cleared at %.3f\n", r.matchAny,
                        r.matchList, r.rejectList, r.matchFloodList, r.rejectFloodList, r.lastClearTime);
   }
@@ -133,18 +135,18 @@ void renderRemoteMacs(std::ostringstream& out, Snapshot::RemoteMacs const& m) {
 void writeRemoteMacs(JsonWriter& w, Snapshot::RemoteMacs const& m) {
   w.Key("remoteMacs");
   w.StartObject();
-  for (auto const& [key, count] : std::initializer_list<std::pair<char const*, std::size_t>>{
-           {"hosts", m.hosts},
-           {"queued", m.queued},
-           {"pending", m.pending},
-           {"resolved", m.resolved},
-           {"unprogrammed", m.unprogrammed},
-           {"learned", m.learned},
-           {"multiVtep", m.multiVtep},
-           {"chip", m.chip},
-           {"chipCapacity", m.chipCapacity},
-           {"refusedFull", m.refusedFull},
-           {"moreRows", m.moreRows}}) {
+  for (auto const& [key, count] :
+       std::initializer_list<std::pair<char const*, std::size_t>>{{"hosts", m.hosts},
+                                                                  {"queued", m.queued},
+                                                                  {"pending", m.pending},
+                                                                  {"resolved", m.resolved},
+                                                                  {"unprogrammed", m.unprogrammed},
+                                                                  {"learned", m.learned},
+                                                                  {"multiVtep", m.multiVtep},
+                                                                  {"chip", m.chip},
+                                                                  {"chipCapacity", m.chipCapacity},
+                                                                  {"refusedFull", m.refusedFull},
+                                                                  {"moreRows", m.moreRows}}) {
     w.Key(key);
     w.Uint64(count);
   }
@@ -154,9 +156,13 @@ void writeRemoteMacs(JsonWriter& w, Snapshot::RemoteMacs const& m) {
     w.StartObject();
     w.Key("vlan");
     w.Int(r.vlan);
-    for (auto const& [key, text] : std::initializer_list<std::pair<char const*, std::string const*>>{
-             {"mac", &r.mac}, {"vti", &r.vti}, {"vtep", &r.vtep}, {"tunnelId", &r.tunnelId},
-             {"nextHopId", &r.nextHopId}, {"state", &r.state}}) {
+    for (auto const& [key, text] :
+         std::initializer_list<std::pair<char const*, std::string const*>>{{"mac", &r.mac},
+                                                                           {"vti", &r.vti},
+                                                                           {"vtep", &r.vtep},
+                                                                           {"tunnelId", &r.tunnelId},
+                                                                           {"nextHopId", &r.nextHopId},
+                                                                           {"state", &r.state}}) {
       w.Key(key);
       w.String(text->c_str());
     }
@@ -173,14 +179,15 @@ void writeRemoteMacs(JsonWriter& w, Snapshot::RemoteMacs const& m) {
     w.String(r.mode.c_str());
     w.Key("prefixes");
     w.StartArray();
-    for (std::string const& prefix : r.prefixes) w.String(prefix.c_str());
+    for (std::string const& prefix : r.prefixes)
+      w.String(prefix.c_str());
     w.EndArray();
-    for (auto const& [key, count] : std::initializer_list<std::pair<char const*, std::uint32_t>>{
-             {"matchAny", r.matchAny},
-             {"matchList", r.matchList},
-             {"rejectList", r.rejectList},
-             {"matchFloodList", r.matchFloodList},
-             {"rejectFloodList", r.rejectFloodList}}) {
+    for (auto const& [key, count] :
+         std::initializer_list<std::pair<char const*, std::uint32_t>>{{"matchAny", r.matchAny},
+                                                                      {"matchList", r.matchList},
+                                                                      {"rejectList", r.rejectList},
+                                                                      {"matchFloodList", r.matchFloodList},
+                                                                      {"rejectFloodList", r.rejectFloodList}}) {
       w.Key(key);
       w.Uint(count);
     }

@@ -129,9 +129,9 @@ HostWriter::HostWriter(HostSources const& sources, Rxn::Ptr<Vxlan::VtiStatusDir 
 }
 
 HostWriter::~HostWriter() {
-  for (Rxn::PtrInterface* reactor : std::initializer_list<Rxn::PtrInterface*>{
-           l2RibHosts_.get(), fdbConfig_.get(), mlagHosts_.get(), dir_.get(), statusTable_.get(),
-           flushReqTable_.get(), boot_.get()}) {
+  for (Rxn::PtrInterface* reactor :
+       std::initializer_list<Rxn::PtrInterface*>{l2RibHosts_.get(), fdbConfig_.get(), mlagHosts_.get(), dir_.get(),
+                                                 statusTable_.get(), flushReqTable_.get(), boot_.get()}) {
     if (reactor != nullptr) {
       reactor->hasNotificationActiveIs(false);
     }
@@ -159,8 +159,8 @@ void HostWriter::agentIs(Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& dir,
   for (auto const& [key, mhost] : sources_.mlagHosts->hostEntry()) {
     mlagIndexIs(Bridging::MacVlanPair(key.mac(), key.vlanId()), true);
   }
-  for (Rxn::PtrInterface* reactor : std::initializer_list<Rxn::PtrInterface*>{
-           dir_.get(), statusTable_.get(), flushReqTable_.get(), boot_.get()}) {
+  for (Rxn::PtrInterface* reactor :
+       std::initializer_list<Rxn::PtrInterface*>{dir_.get(), statusTable_.get(), flushReqTable_.get(), boot_.get()}) {
     reactor->hasNotificationActiveIs(true);
   }
 }
@@ -400,7 +400,8 @@ void HostWriter::serveFlushes() {
   for (Fab::VXLAN::FlushReqKey const& request : served) {
     std::vector<Bridging::MacVlanPair> keys;
     for (auto const& [key, row] : dir->hostTable()->entry()) {
-      if (row.vtiIntfId() == request.vtiIntfId() && (request.vlanId() == 0 || key.vlanId().value() == request.vlanId())) {
+      if (row.vtiIntfId() == request.vtiIntfId() &&
+          (request.vlanId() == 0 || key.vlanId().value() == request.vlanId())) {
         keys.push_back(key);
       }
     }

@@ -202,11 +202,10 @@ void Platform::createRemoteMacInfoDir() {
     return;
   }
   if (!hostWriter_) {
-    hostWriter_ = new HostWriter(hostSources_, vtiStatusDir_, swTunnelGroupIdManager_, macTable_,
-                                 config_.macAnswerDelay);
-    hostWriter_->vtepBusyIs([this](Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep) {
-      return vtepUsedElsewhere(vti, vtep);
-    });
+    hostWriter_ =
+        new HostWriter(hostSources_, vtiStatusDir_, swTunnelGroupIdManager_, macTable_, config_.macAnswerDelay);
+    hostWriter_->vtepBusyIs(
+        [this](Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep) { return vtepUsedElsewhere(vti, vtep); });
   }
   hostWriter_->agentIs(rmacInfoDir_, vxlanBootStatus_, vxlanHwStatusDir_->fdbStatus(), vtepConfigDir_);
 }
@@ -266,9 +265,9 @@ void Platform::buildMachines() {
   vtiStatusDirSm_ = Fab::smFactory<SimVtiStatusDirSm>("Sim", vtiStatusDir_, vtiHardware_);
   if (config_.remoteMacMachine) {
     vxlanMacAddrSm_ = Fab::VXLAN::vxlanMacAddrSmFactory(
-        acsd_, vxlanInfo_, vtiStatusDir_, vtepConfigDir_, vtepStatusDir_, hostSources_.vxlanConfigDir,
-        vxlanStatusDir_, vxlanHwStatusDir_, rmacInfoDir_, hostSources_.mlagHosts, hostSources_.mlagStatus,
-        vtepGroupConfigDir_, vtepGroupStatusDir_, hostSources_.l2RibReader, swTunnelGroupIdManager_);
+        acsd_, vxlanInfo_, vtiStatusDir_, vtepConfigDir_, vtepStatusDir_, hostSources_.vxlanConfigDir, vxlanStatusDir_,
+        vxlanHwStatusDir_, rmacInfoDir_, hostSources_.mlagHosts, hostSources_.mlagStatus, vtepGroupConfigDir_,
+        vtepGroupStatusDir_, hostSources_.l2RibReader, swTunnelGroupIdManager_);
     vxlanMacAddrSm_->vtepGroupSupportedIs(config_.vtepGroupSupported);
   }
   buildStandIns();

@@ -75,8 +75,7 @@ VxlanMacAddrSm::VxlanMacAddrSm(
       bumStatus_(reactors(), new RxnBumStatus(vxlanHwStatusDir->bumStatus(), this)),
       rmacInfoDir_(reactors(), new RxnRemoteMacInfoDir(rmacInfoDir, this)),
       hostTable_(reactors(), new RxnHostTable(rmacInfoDir->hostTable(), this)),
-      nextHopIdRefcountTable_(reactors(),
-                              new RxnNextHopIdRefcountTable(rmacInfoDir->nextHopIdRefcountTable(), this)),
+      nextHopIdRefcountTable_(reactors(), new RxnNextHopIdRefcountTable(rmacInfoDir->nextHopIdRefcountTable(), this)),
       vlanRefcountTable_(reactors(), new RxnVlanRefcountTable(rmacInfoDir->vlanRefcountTable(), this)),
       vniInfo_(reactors(), new RxnVniInfo(rmacInfoDir->vniInfo(), this)),
       vxlanBootStatus_(reactors(), new RxnVxlanBootStatus(rmacInfoDir->vxlanBootStatus(), this)),
@@ -87,8 +86,7 @@ VxlanMacAddrSm::VxlanMacAddrSm(
       l2RibOutput_(l2RibOutput),
       swTunnelIdManager_(swTunnelIdManager),
       processRemoteHostTimer_(reactors(), new RxnProcessRemoteHostTimer(Rxn::ActivityFacility::clock(), this)),
-      stageRemoteMacsReadyTimer_(reactors(),
-                                 new RxnStageRemoteMacsReadyTimer(Rxn::ActivityFacility::clock(), this)),
+      stageRemoteMacsReadyTimer_(reactors(), new RxnStageRemoteMacsReadyTimer(Rxn::ActivityFacility::clock(), this)),
       vtepStatus_(reactors(), "Fab::VXLAN::VxlanMacAddrSm", "vtepStatus"),
       vtepGroupStatus_(reactors(), "Fab::VXLAN::VxlanMacAddrSm", "vtepGroupStatus"),
       vlanVniMapShadow_(reactors(), "Fab::VXLAN::VxlanMacAddrSm", "vlanVniMapShadow"),
@@ -225,8 +223,7 @@ void VxlanMacAddrSm::processRemoteHost(Bridging::MacVlanPair const& key, Wire::I
   // 1. The VTI and its mapping of the VLAN.
   Rxn::Ptr<VlanVniMapShadow> const shadow =
       rmacInfoDir()->vniInfo() ? rmacInfoDir()->vniInfo()->vlanVniMapShadow(vtiIntfId) : nullptr;
-  bool const canGoOn =
-      rmacInfoDir()->validTunnelIntf(vtiIntfId) && shadow && !!shadow->vlanVniMap(key.vlanId());
+  bool const canGoOn = rmacInfoDir()->validTunnelIntf(vtiIntfId) && shadow && !!shadow->vlanVniMap(key.vlanId());
   if (!canGoOn) {
     RXN_TRACE(7, " No VTI or mapping for " << key << " on " << vtiIntfId);
     triggerReevaluation(key.mac(), key.vlanId().value(), RemoteMacEvent::Oper::operReevaluate_);
@@ -273,8 +270,8 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
     // clang-format on
     HwVtepInfo const info = vtepStatus ? vtepStatus->hwVtepInfo(swTunnelGroupId) : HwVtepInfo();
     if (!info) {
-      RXN_TRACE(7, " Next hop information not available for VTEP " << swTunnelGroupId
-                                                                    << ",wait for VTEP to be resolved ");
+      RXN_TRACE(7,
+                " Next hop information not available for VTEP " << swTunnelGroupId << ",wait for VTEP to be resolved ");
       return;
     }
     nextHopId = info.nextHopId();
@@ -283,10 +280,11 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
     // clang-format off
     assert(!vtepStatus || !vtepStatus->hwVtepInfo( swTunnelGroupId ));
     // clang-format on
-    HwVtepGroupInfo const info = vtepGroupStatus ? vtepGroupStatus->hwVtepGroupInfo(swTunnelGroupId) : HwVtepGroupInfo();
+    HwVtepGroupInfo const info =
+        vtepGroupStatus ? vtepGroupStatus->hwVtepGroupInfo(swTunnelGroupId) : HwVtepGroupInfo();
     if (!info) {
       RXN_TRACE(7, " Next hop information not available for VTEP Group " << swTunnelGroupId << ",wait for VTEP Group "
-                                                                          << "to be resolved ");
+                                                                         << "to be resolved ");
       return;
     }
     nextHopId = info.nextHopId();
@@ -392,9 +390,8 @@ void VxlanMacAddrSm::removeRemoteMacFromFdbStatus(Vxlan::MacVlanPair const& key)
 
 // The row is written last, once every reference it holds is counted.
 void VxlanMacAddrSm::updateRemoteHostStatus(Bridging::MacVlanPair const& key, Wire::IntfId const& vtiIntfId,
-                                            Fab::SwTunnelGroupId const& swTunnelGroupId,
-                                            Bridging::EntryType entryType, Fab::FabNextHopId const& nextHopId,
-                                            Fab::FabTunnelId const& tunnelId) {
+                                            Fab::SwTunnelGroupId const& swTunnelGroupId, Bridging::EntryType entryType,
+                                            Fab::FabNextHopId const& nextHopId, Fab::FabTunnelId const& tunnelId) {
   Rxn::Ptr<RemoteMacInfoDir> const dir = rmacInfoDir();
   StatusEntry const old = statusTable()->statusEntry(key);
   bool const sameNextHop = !!old && old.nextHopId() == nextHopId;
@@ -459,33 +456,33 @@ void VxlanMacAddrSm::removeRemoteHostStatus(Bridging::MacVlanPair const& key) {
 }
 
 void VxlanMacAddrSm::RxnVtepStatus::handleNextHopIdUpdate(Fab::SwTunnelGroupId const& swTunnelGroupId) {
-  VxlanMacAddrSm* const sm = owner();
   assert(swTunnelGroupId.isSingleMemberGroup());
-  // The old tunnel's row goes first, whatever comes next.
-  if (Rxn::Ptr<VtepMacAddrList> const list = sm->vtepMacAddrList(swTunnelGroupId)) {
-    sm->dropTunnelInfo(list);
-  }
-  // A withdrawn VTEP changes no host here.
-  if (HwVtepInfo const info = notifier()->hwVtepInfo(swTunnelGroupId); !!info) {
-    sm->handleNextHopIdUpdate(fwkKey(), swTunnelGroupId, info.nextHopId(), info.tunnelId());
-  }
+  HwVtepInfo const info = notifier()->hwVtepInfo(swTunnelGroupId);
+  owner()->vtepHardwareChanged(fwkKey(), swTunnelGroupId, info.nextHopId(), info.tunnelId(), !!info);
 }
 
 void VxlanMacAddrSm::RxnVtepGroupStatus::handleNextHopIdUpdate(Fab::SwTunnelGroupId const& swTunnelGroupId) {
-  VxlanMacAddrSm* const sm = owner();
   assert(swTunnelGroupId.isMultiMemberGroup());
-  if (Rxn::Ptr<VtepMacAddrList> const list = sm->vtepMacAddrList(swTunnelGroupId)) {
-    sm->dropTunnelInfo(list);
+  HwVtepGroupInfo const info = notifier()->hwVtepGroupInfo(swTunnelGroupId);
+  owner()->vtepHardwareChanged(fwkKey(), swTunnelGroupId, info.nextHopId(), info.tunnelId(), !!info);
+}
+
+// The old tunnel's row goes first, whatever comes next; a withdrawn VTEP
+// (no hardware) changes no host here.
+void VxlanMacAddrSm::vtepHardwareChanged(Wire::IntfId const& vtiIntfId, Fab::SwTunnelGroupId const& swTunnelGroupId,
+                                         Fab::FabNextHopId const& nextHopId, Fab::FabTunnelId const& tunnelId,
+                                         bool present) {
+  if (Rxn::Ptr<VtepMacAddrList> const list = vtepMacAddrList(swTunnelGroupId)) {
+    dropTunnelInfo(list);
   }
-  if (HwVtepGroupInfo const info = notifier()->hwVtepGroupInfo(swTunnelGroupId); !!info) {
-    sm->handleNextHopIdUpdate(fwkKey(), swTunnelGroupId, info.nextHopId(), info.tunnelId());
+  if (present) {
+    handleNextHopIdUpdate(vtiIntfId, swTunnelGroupId, nextHopId, tunnelId);
   }
 }
 
 // Not under the quantum: one VTEP event moves all its hosts at once, the
 // pending ones included.
-void VxlanMacAddrSm::handleNextHopIdUpdate(Wire::IntfId const& vtiIntfId,
-                                           Fab::SwTunnelGroupId const& swTunnelGroupId,
+void VxlanMacAddrSm::handleNextHopIdUpdate(Wire::IntfId const& vtiIntfId, Fab::SwTunnelGroupId const& swTunnelGroupId,
                                            Fab::FabNextHopId const& nextHopId, Fab::FabTunnelId const& tunnelId) {
   if (!initialized() || !rmacInfoDir()->validTunnelIntf(vtiIntfId)) {
     return;
@@ -554,8 +551,8 @@ void VxlanMacAddrSm::handleUnusedVlan(Bridging::VlanId const& vlanId) {
 void VxlanMacAddrSm::triggerReevaluation(Wire::EthAddr const& macAddr, std::uint32_t vlanId,
                                          RemoteMacEvent::Oper oper) {
   Rxn::Ptr<RemoteMacInfoDir> const dir = rmacInfoDir();
-  dir->remoteMacEventIs(RemoteMacEvent(macAddr, vlanId, dir->remoteMacEvent().seqNo() + 1, oper, Wire::IntfId(),
-                                       Fab::SwTunnelGroupId()));
+  dir->remoteMacEventIs(
+      RemoteMacEvent(macAddr, vlanId, dir->remoteMacEvent().seqNo() + 1, oper, Wire::IntfId(), Fab::SwTunnelGroupId()));
 }
 
 void VxlanMacAddrSm::enqueueRemoteMacFlushReq(std::uint32_t vlanId, Wire::IntfId const& vtiIntfId) {
@@ -571,8 +568,9 @@ bool VxlanMacAddrSm::hitlessRestartInProgress() const {
 
 void VxlanMacAddrSm::reevaluateConfiguredRemoteMacs(std::uint32_t vlanId, Wire::IntfId const& vti, bool force) {
   if (hitlessRestartInProgress() && !force) {
-    RXN_TRACE(7, " skip reevaluation of configured remote MACs since "
-                 "hitless restart is in progress");
+    RXN_TRACE(7,
+              " skip reevaluation of configured remote MACs since "
+              "hitless restart is in progress");
     return;
   }
   reevaluateConfiguredHosts(vlanId, vti);
@@ -710,8 +708,9 @@ void VxlanMacAddrSm::handleInitialized() {
   initializedIs(true);
   Rxn::Ptr<Vxlan::FdbStatus> const fdbStatus = vxlanHwStatusDir()->fdbStatus();
   if (hitlessRestartInProgress()) {
-    RXN_TRACE(7, " skip deleting remote MACs from vxlanFdbStatus "
-                 "during hitless restart");
+    RXN_TRACE(7,
+              " skip deleting remote MACs from vxlanFdbStatus "
+              "during hitless restart");
   } else if (fdbStatus) {
     fdbStatus->learnedHostDelAll();
     fdbStatus->multiVtepLearnedHostDelAll();
@@ -849,13 +848,13 @@ void VxlanMacAddrSm::handleVerify() {
     return;
   }
   for (auto const& [key, queued] : updateList()) {
-    assert(!!hostTable()->entry( key ));
+    assert(!!hostTable()->entry(key));
   }
   for (auto const& [key, pending] : unprogrammedRemoteMacList()) {
-    assert(!!hostTable()->entry( key ));
+    assert(!!hostTable()->entry(key));
   }
   for (auto const& [key, pending] : pendingResolveRemoteMacList()) {
-    assert(vtepMacAddrList( pending.swTunnelGroupId() ) && vtepMacAddrList( pending.swTunnelGroupId() )->macAddrList( key ));
+    assert(vtepMacAddrList(pending.swTunnelGroupId()) && vtepMacAddrList(pending.swTunnelGroupId())->macAddrList(key));
   }
   for (auto const& [key, status] : statusTable()->statusEntry()) {
     verifyHost(key, status);

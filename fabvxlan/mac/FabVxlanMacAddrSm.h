@@ -252,14 +252,13 @@ class VxlanMacAddrSm : public Fab::FabBaseSm, public VxlanMacAddrSmState {
   };
 
   VxlanMacAddrSm(Rxn::Ptr<Fab::FabCommonSmData> const& acsd, Rxn::Ptr<FabVxlanInfo> const& vxlanInfo,
-                 Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir,
-                 Rxn::Ptr<VtepConfigDir> const& vtepConfigDir, Rxn::Ptr<VtepStatusDir const> const& vtepStatusDir,
+                 Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir, Rxn::Ptr<VtepConfigDir> const& vtepConfigDir,
+                 Rxn::Ptr<VtepStatusDir const> const& vtepStatusDir,
                  Rxn::Ptr<Vxlan::VxlanConfigDir const> const& vxlanConfigDir,
                  Rxn::Ptr<Vxlan::VxlanStatusDir const> const& vxlanStatusDir,
                  Rxn::Ptr<Vxlan::VxlanHwStatusDir> const& vxlanHwStatusDir,
                  Rxn::Ptr<RemoteMacInfoDir> const& rmacInfoDir, Rxn::Ptr<Mlag::HostTable const> const& mlagHostTable,
-                 Rxn::Ptr<Mlag::Status const> const& mlagStatus,
-                 Rxn::Ptr<VtepGroupConfigDir> const& vtepGroupConfigDir,
+                 Rxn::Ptr<Mlag::Status const> const& mlagStatus, Rxn::Ptr<VtepGroupConfigDir> const& vtepGroupConfigDir,
                  Rxn::Ptr<VtepGroupStatusDir const> const& vtepGroupStatusDir,
                  Rxn::Ptr<Slab::HostOutputReader> const& l2RibOutput,
                  Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelIdManager);
@@ -305,6 +304,8 @@ class VxlanMacAddrSm : public Fab::FabBaseSm, public VxlanMacAddrSmState {
   void removeRemoteHostStatus(Bridging::MacVlanPair const& key);
   void handleNextHopIdUpdate(Wire::IntfId const& vtiIntfId, Fab::SwTunnelGroupId const& swTunnelGroupId,
                              Fab::FabNextHopId const& nextHopId, Fab::FabTunnelId const& tunnelId);
+  void vtepHardwareChanged(Wire::IntfId const& vtiIntfId, Fab::SwTunnelGroupId const& swTunnelGroupId,
+                           Fab::FabNextHopId const& nextHopId, Fab::FabTunnelId const& tunnelId, bool present);
   void handleUnusedNextHopId(Fab::FabNextHopId const& nextHopId);
   void handleUnusedVlan(Bridging::VlanId const& vlanId);
   void reevaluateConfiguredRemoteMacs(std::uint32_t vlanId, Wire::IntfId const& vti, bool force);
@@ -385,8 +386,7 @@ Rxn::Ptr<VxlanMacAddrSm> vxlanMacAddrSmFactory(
     Rxn::Ptr<Vxlan::VxlanHwStatusDir> const& vxlanHwStatusDir, Rxn::Ptr<RemoteMacInfoDir> const& rmacInfoDir,
     Rxn::Ptr<Mlag::HostTable const> const& mlagHostTable, Rxn::Ptr<Mlag::Status const> const& mlagStatus,
     Rxn::Ptr<VtepGroupConfigDir> const& vtepGroupConfigDir,
-    Rxn::Ptr<VtepGroupStatusDir const> const& vtepGroupStatusDir,
-    Rxn::Ptr<Slab::HostOutputReader> const& l2RibOutput,
+    Rxn::Ptr<VtepGroupStatusDir const> const& vtepGroupStatusDir, Rxn::Ptr<Slab::HostOutputReader> const& l2RibOutput,
     Rxn::Ptr<Fab::SwTunnelGroupIdManager> const& swTunnelIdManager);
 
 }  // namespace Fab::VXLAN

@@ -376,8 +376,7 @@ void VxlanMacAddrSm::RxnVxlanStatus::RxnVlanToLearnRestrict::handlePrefixList() 
 
 // --- The flood lists ---------------------------------------------------------------------
 
-VxlanMacAddrSm::RxnBumVtepList::RxnBumVtepList(Rxn::Ptr<Vxlan::BumVtepList const> const& list,
-                                               VxlanMacAddrSm* owner)
+VxlanMacAddrSm::RxnBumVtepList::RxnBumVtepList(Rxn::Ptr<Vxlan::BumVtepList const> const& list, VxlanMacAddrSm* owner)
     : Reactor(list, owner) {
   handleInitialized();
 }

@@ -41,8 +41,8 @@ Steps hostsLearn(Maker& maker) {
 }
 
 Steps hostsConfigured(Maker& maker) {
-  return {hostsStep(maker, ", \"vteps\": " + vtepList(maker, 1) + ", \"source\": \"configured\", \"vti\": " +
-                               quoted(maker.pick(maker.universe().vtis)))};
+  return {hostsStep(maker, ", \"vteps\": " + vtepList(maker, 1) +
+                               ", \"source\": \"configured\", \"vti\": " + quoted(maker.pick(maker.universe().vtis)))};
 }
 
 Steps hostsForget(Maker& maker) {
@@ -51,8 +51,8 @@ Steps hostsForget(Maker& maker) {
 
 Steps learnRestrict(Maker& maker) {
   static std::vector<std::string> const modes = {"any", "floodList", "list", "list", "none", "none"};
-  static std::vector<std::string> const prefixes = {"10.0.0.0/30", "10.0.0.4/31", "10.0.0.2/32", "10.0.0.0/24",
-                                                    "0.0.0.0/0", "2001:db8::/32"};
+  static std::vector<std::string> const prefixes = {"10.0.0.0/30", "10.0.0.4/31", "10.0.0.2/32",
+                                                    "10.0.0.0/24", "0.0.0.0/0",   "2001:db8::/32"};
   std::string list;
   for (std::size_t n = maker.below(3); n > 0; --n) {
     list += (list.empty() ? "" : ", ") + quoted(maker.pick(prefixes));
@@ -68,16 +68,16 @@ Steps clearCounters(Maker& maker) {
 }
 
 Steps corruptRow(Maker& maker) {
-  return {"{\"corruptL2RibRow\": {\"vlan\": " + std::to_string(maker.vlan()) + ", \"mac\": " +
-          quoted(hostMac(static_cast<int>(maker.below(kHostsPerVlan)))) +
+  return {"{\"corruptL2RibRow\": {\"vlan\": " + std::to_string(maker.vlan()) +
+          ", \"mac\": " + quoted(hostMac(static_cast<int>(maker.below(kHostsPerVlan)))) +
           ", \"corrupt\": " + (maker.chance(0.5) ? "true" : "false") + "}}"};
 }
 
 }  // namespace
 
 std::vector<EventKind> macEvents() {
-  return {{"hosts-learn", 10, hostsLearn},   {"hosts-configured", 2, hostsConfigured},
-          {"hosts-forget", 5, hostsForget},  {"learn-restrict", 2, learnRestrict},
+  return {{"hosts-learn", 10, hostsLearn},        {"hosts-configured", 2, hostsConfigured},
+          {"hosts-forget", 5, hostsForget},       {"learn-restrict", 2, learnRestrict},
           {"clear-counters", 0.6, clearCounters}, {"corrupt-l2rib-row", 0.6, corruptRow}};
 }
 

@@ -78,10 +78,8 @@ Steps mapSeveral(Maker& maker) {
 }  // namespace
 
 std::vector<EventKind> vniEvents() {
-  return {{"map-add", 6, mapAdd},
-          {"map-move", 4, mapMove},
-          {"map-remove", 4, mapRemove},
-          {"map-several", 2, mapSeveral}};
+  return {
+      {"map-add", 6, mapAdd}, {"map-move", 4, mapMove}, {"map-remove", 4, mapRemove}, {"map-several", 2, mapSeveral}};
 }
 
 }  // namespace Stress

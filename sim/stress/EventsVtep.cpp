@@ -35,8 +35,7 @@ bool Maker::featureUp() const {
 }
 
 std::vector<EventKind> vtepEvents() {
-  return {{"switchover", 2, switchover},
-          {"learn", 1, learn}};
+  return {{"switchover", 2, switchover}, {"learn", 1, learn}};
 }
 
 }  // namespace Stress
