@@ -7,6 +7,7 @@
 
 #include "fabvxlan/runtime/HashMap.h"
 #include "fabvxlan/runtime/Ptr.h"
+#include "fabvxlan/runtime/QueueSet.h"
 #include "fabvxlan/runtime/String.h"
 
 namespace Rxn {

@@ -194,6 +194,7 @@ class Member:
         self.virtual = False
         self.ref = False
         self.key_field = None
+        self.queue = False  # a key set that walks in arrival order
 
 
 def parse_schema(path, text):
@@ -355,6 +356,10 @@ def parse_member(p, allow_collections):
                 member.key_field = p.name()
         elif p.accept("virtual"):
             member.virtual = True
+        elif p.accept("queue"):
+            if member.kind != "set":
+                p.error(f"{member.name}: 'queue' applies to a key set")
+            member.queue = True
         else:
             break
     if p.accept("="):
@@ -363,6 +368,8 @@ def parse_member(p, allow_collections):
         p.expect(";")
     if not allow_collections and member.kind not in ("scalar", "set"):
         p.error(f"{member.name}: a value record holds plain fields and key sets only", token)
+    if not allow_collections and member.queue:
+        p.error(f"{member.name}: a key set of a value record walks in key order; a queue is an attribute", token)
     if member.kind in ("child", "children") and member.default:
         p.error(f"{member.name}: an owned entity takes no default", token)
     if member.kind in ("coll", "inside", "set") and member.default:
@@ -520,6 +527,8 @@ def storage_type(member, in_record=False):
         return value
     if in_record:
         return f"Rxn::KeySet<{cpp_type(member.key)}>"
+    if member.queue:
+        return f"Rxn::QueueSet<{cpp_type(member.key)}>"
     return f"Rxn::HashMap2018<{cpp_type(member.key)}, {value}>"
 
 
@@ -839,7 +848,7 @@ def emit_attribute(h, decl, m, parent="this", notify_body=";"):
         return
     k = cpp_type(m.key)
     h(f"  {t} {x}({k} const& key) const {{ return Rxn::attr::valueAt({x}_, key); }}")
-    h(f"  Rxn::HashMap2018<{k}, {t}> const& {x}() const {{ return {x}_; }}")
+    h(f"  {storage_type(m)} const& {x}() const {{ return {x}_; }}")
     h(f"  std::size_t {x}s() const {{ return {x}_.size(); }}")
     # Mutators take their key by value: a key read from this collection, or
     # from one that a handler changes, stays good through the notification.

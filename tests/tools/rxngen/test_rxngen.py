@@ -51,6 +51,8 @@ class BadSchemas(unittest.TestCase):
         ("namespace A;\nwidget W {}\n", "bad.rxn:2: expected namespace, include, enum, value, wrapper, entity or attrs, got 'widget'"),
         ("entity E {\n  name : string;\n}\n", "bad.rxn:2: entity E: 'name' would hide a member every entity has"),
         ("entity E {\n  x : u32 inside;\n}\n", "bad.rxn:2: x: 'inside' applies to a keyed value collection"),
+        ("entity E {\n  x : u32[u32] queue;\n}\n", "bad.rxn:2: x: 'queue' applies to a key set"),
+        ("value V {\n  s : set<u32> queue;\n}\n", "bad.rxn:2: s: a key set of a value record walks in key order; a queue is an attribute"),
         ("entity E {\n  c : owned E = 1;\n}\n", "bad.rxn:2: c: an owned entity takes no default"),
         ("value V {\n  m : u32[u32];\n}\n", "bad.rxn:2: m: a value record holds plain fields and key sets only"),
         ("value V key k {\n  a : u32;\n}\n", "bad.rxn:1: value V: key k is not a field"),

@@ -598,11 +598,32 @@ class PanelMemory {
   }
   void quietNotify() const {}
 
+  bool backlog(std::uint32_t const& key) const { return Rxn::attr::valueAt(backlog_, key); }
+  Rxn::QueueSet<std::uint32_t> const& backlog() const { return backlog_; }
+  std::size_t backlogs() const { return backlog_.size(); }
+  void backlogIs(std::uint32_t key, bool member) {
+    if (!member) {
+      backlogDel(key);
+    } else if (backlog_.insertOrAssign(key, true).second) {
+      backlogNotify(key);
+    }
+  }
+  void backlogDel(std::uint32_t key) {
+    if (backlog_.erase(key)) backlogNotify(key);
+  }
+  void backlogDelAll() {
+    Rxn::attr::delAll(backlog_, [this](std::uint32_t const& key) { backlogDel(key); });
+  }
+  void backlogNotify(std::uint32_t const&) const {}
+  // Any key may have changed.
+  void backlogNotify() const {}
+
  private:
   Rxn::HashMap2018<std::uint32_t, std::uint32_t> seen_{Rxn::MapName("RxnTest::PanelMemory::seen")};
   Rxn::HashMap2018<std::uint32_t, Rxn::Ptr<Sensor>> lastSensor_{Rxn::MapName("RxnTest::PanelMemory::lastSensor")};
   std::uint64_t visits_{1};
   bool quiet_{};
+  Rxn::QueueSet<std::uint32_t> backlog_{Rxn::MapName("RxnTest::PanelMemory::backlog")};
 };
 
 }  // namespace RxnTest
