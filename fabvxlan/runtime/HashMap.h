@@ -91,6 +91,23 @@ class MapName {
 
 namespace detail {
 
+// The memory of the large tables. A block of 2 MiB or more is mapped by
+// itself, aligned to a huge page and advised to be backed by huge pages: a
+// table of a million keys is read at random all over, and with 4 KiB pages
+// nearly every lookup would miss the TLB as well as the cache, and every
+// first touch of a page would cost a fault. Smaller blocks come from the
+// heap, aligned to `alignment`.
+void* allocateBlock(std::size_t bytes, std::size_t alignment);
+void freeBlock(void* block, std::size_t bytes, std::size_t alignment);
+
+}  // namespace detail
+
+// The bytes of the blocks that the tables mapped by themselves, which the
+// heap's own statistics do not see.
+std::size_t largeBlockBytesInUse();
+
+namespace detail {
+
 // One entry of a map's index.
 struct IndexSlot {
   std::uint32_t order;   // the top 32 bits of the key's salted hash
@@ -104,7 +121,7 @@ class IndexTable {
   static constexpr std::size_t kNone = ~std::size_t{0};
 
   static IndexTable* make(std::uint8_t bits);
-  static void destroy(IndexTable* table) { ::operator delete(table); }
+  static void destroy(IndexTable* table) { freeBlock(table, bytesFor(table->count_), alignof(IndexTable)); }
   IndexTable* copy() const;
   // The same slots in a table with twice the room at its end.
   IndexTable* widened() const;
@@ -167,7 +184,7 @@ class IndexTable {
 // record stays good until the record itself goes. Records are numbered from
 // 0; a number given back is handed out again first, the last given back
 // first: the room of a given-back record holds the number given back before
-// it. Pages grow from 8 records to a size of about 256 KiB, so that a small
+// it. Pages grow from 8 records to the size of a huge page, so that a small
 // map stays small and a large one wastes at most one page.
 template <class T>
 class RecordStore {
@@ -237,7 +254,7 @@ class RecordStore {
   // Lets every page go; the records must be destroyed already.
   void clear() {
     for (std::uint32_t page = 0; page < origins_.size(); ++page) {
-      ::operator delete(room(firstOf(page)), std::align_val_t(alignof(Cell)));
+      freeBlock(room(firstOf(page)), pageBytes(page), alignof(Cell));
     }
     origins_.clear();
     freeHead_ = kNone;
@@ -248,30 +265,35 @@ class RecordStore {
   struct Cell {
     alignas(T) unsigned char raw[std::max(sizeof(T), sizeof(std::uint32_t))];
   };
-  // Pages 0 to kSmallPages - 1 double from 8 cells up to kBig in all; the
-  // rest hold kBig cells each.
-  static constexpr std::uint32_t kBigShift =
-      std::clamp<std::uint32_t>(std::bit_width(std::size_t{256 * 1024} / sizeof(Cell)) - 1, 4, 16);
-  static constexpr std::uint32_t kBig = std::uint32_t{1} << kBigShift;
-  static constexpr std::uint32_t kSmallPages = kBigShift - 2;
+  // Pages 0 to kSmallPages - 1 double from 8 cells up to kSmall cells in
+  // all, at most 1 MiB; the rest hold kBigCells each, the cells that fit in
+  // one huge page, so that the records of a large map stand in huge pages
+  // and the map wastes at most one.
+  static constexpr std::uint32_t kSmallShift =
+      std::clamp<std::uint32_t>(std::bit_width((std::size_t{1} << 20) / sizeof(Cell)) - 1, 4, 17);
+  static constexpr std::uint32_t kSmall = std::uint32_t{1} << kSmallShift;
+  static constexpr std::uint32_t kSmallPages = kSmallShift - 2;
+  static constexpr std::uint32_t kBigCells =
+      std::max<std::uint32_t>(static_cast<std::uint32_t>((std::size_t{2} << 20) / sizeof(Cell)), kSmall);
 
   static std::uint32_t pageOf(std::uint32_t number) {
-    return number < kBig ? static_cast<std::uint32_t>(std::bit_width(number | 7U)) - 3
-                         : kSmallPages - 1 + (number >> kBigShift);
+    return number < kSmall ? static_cast<std::uint32_t>(std::bit_width(number | 7U)) - 3
+                           : kSmallPages + (number - kSmall) / kBigCells;
   }
   static std::uint32_t firstOf(std::uint32_t page) {
     if (page == 0) return 0;
     if (page < kSmallPages) return std::uint32_t{4} << page;
-    return kBig * (page - kSmallPages + 1);
+    return kSmall + kBigCells * (page - kSmallPages);
   }
+
+  static std::size_t pageBytes(std::uint32_t page) { return (firstOf(page + 1) - firstOf(page)) * sizeof(Cell); }
 
   // A page is kept as its origin: where its record 0 would be, were the
   // page to start there. Then a record is at origin + number * size, with
   // no subtraction of the page's first number.
   void addPage() {
     std::uint32_t const page = static_cast<std::uint32_t>(origins_.size());
-    std::size_t const cells = firstOf(page + 1) - firstOf(page);
-    void* const cells0 = ::operator new(cells * sizeof(Cell), std::align_val_t(alignof(Cell)));
+    void* const cells0 = allocateBlock(pageBytes(page), alignof(Cell));
     origins_.push_back(reinterpret_cast<std::uintptr_t>(cells0) - std::uintptr_t{firstOf(page)} * sizeof(Cell));
   }
 

@@ -326,6 +326,22 @@ TEST(HashMap, KeysThatAllCollideStillBehaveAsAMapWalkedInKeyOrder) {
   EXPECT_EQ(map.lowerBound(Colliding{expected[10]}).key().id, expected[10]);
 }
 
+// A large map's index and record pages are blocks of their own, mapped beside
+// the heap; all of them go back when the map lets its keys go.
+TEST(HashMap, ALargeMapsBlocksAreMappedBesideTheHeapAndGivenBack) {
+  std::size_t const before = Rxn::largeBlockBytesInUse();
+  {
+    Map map = filled(Rxn::MapName("Test::Table::entry"), range(0, 1 << 20));
+    // Records of 8 bytes and index slots of 8: at least that much, in blocks.
+    EXPECT_GE(Rxn::largeBlockBytesInUse() - before, std::size_t{16} << 20);
+    Map const copy = map;
+    EXPECT_EQ(copy.size(), map.size());
+    map.clear();
+    EXPECT_EQ(*copy.find(12345), 12345U);
+  }
+  EXPECT_EQ(Rxn::largeBlockBytesInUse(), before);
+}
+
 TEST(HashMap, BehavesAsAMapUnderRandomOperationsThroughGrowthsEmptyingsAndCopies) {
   Map map;
   std::map<std::uint32_t, std::uint32_t> model;
