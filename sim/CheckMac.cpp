@@ -25,9 +25,8 @@ void checkLearnedHost(Checks& checks, Vxlan::LearnedHost const& learned) {
   Platform& platform = checks.platform();
   Bridging::MacVlanPair const key(learned.key().mac(), learned.key().vlanId());
   Fab::VXLAN::StatusEntry const status = platform.rmacInfoDir()->hostStatusTable()->statusEntry(key);
-  auto const row = platform.macTable().rows.find(key);
-  checks.expect("mac-learned-host-in-chip",
-                !!status && row != platform.macTable().rows.end() && row->second.nextHopId == status.nextHopId(),
+  MacTable::Row const* const row = platform.macTable().rows.find(key);
+  checks.expect("mac-learned-host-in-chip", !!status && row != nullptr && row->nextHopId == status.nextHopId(),
                 [&] { return hostText(key) + " status " + status.stringValue(); });
   if (checks.owes(Platform::Answerer::tunnelLayer) || !status.swTunnelGroupId().isSingleMemberGroup()) {
     return;

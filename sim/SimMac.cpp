@@ -1,5 +1,7 @@
 #include "sim/SimMac.h"
 
+#include <limits>
+
 #include "fabvxlan/runtime/Trace.h"
 
 RXN_TRACE_MODULE("FabVxlanSimMac");
@@ -44,7 +46,7 @@ class HostWriter::RxnL2RibHosts : public Rxn::Reactor<HostWriter, L2Rib::HostOut
   void onHost(Bridging::MacVlanPair const& key) override {
     if (rxnMarkedForDeletion()) return;
     owner()->l2RibIndexIs(key, !!notifier()->host(key));
-    owner()->rewrite(key);
+    owner()->sourceChanged(key);
   }
 };
 
@@ -53,7 +55,7 @@ class HostWriter::RxnFdbConfig : public Rxn::Reactor<HostWriter, Vxlan::FdbConfi
   using Reactor::Reactor;
   void onConfiguredHost(Vxlan::MacVlanPair const& key) override {
     if (rxnMarkedForDeletion()) return;
-    owner()->rewrite(Bridging::MacVlanPair(key.mac(), key.vlanId()));
+    owner()->sourceChanged(Bridging::MacVlanPair(key.mac(), key.vlanId()));
   }
 };
 
@@ -110,6 +112,15 @@ class HostWriter::RxnBootStatus : public Rxn::Reactor<HostWriter, Fab::VXLAN::Vx
   }
 };
 
+class HostWriter::RxnWriteTimer : public Rxn::Reactor<HostWriter, Rxn::Clock const> {
+ public:
+  using Reactor::Reactor;
+  void onTime() override {
+    if (rxnMarkedForDeletion()) return;
+    owner()->writeSlice();
+  }
+};
+
 // --- The writer --------------------------------------------------------------------------
 
 HostWriter::HostWriter(HostSources const& sources, Rxn::Ptr<Vxlan::VtiStatusDir const> const& vtiStatusDir,
@@ -122,13 +133,16 @@ HostWriter::HostWriter(HostSources const& sources, Rxn::Ptr<Vxlan::VtiStatusDir 
       answers_(delay),
       l2RibHosts_(new RxnL2RibHosts(sources.l2RibHosts, this)),
       fdbConfig_(new RxnFdbConfig(sources.vxlanConfigDir->fdbConfig(), this)),
-      mlagHosts_(new RxnMlagHosts(sources.mlagHosts, this)) {
+      mlagHosts_(new RxnMlagHosts(sources.mlagHosts, this)),
+      writeTimer_(new RxnWriteTimer(Rxn::ActivityFacility::clock(), this)) {
+  writeTimer_->hasNotificationActiveIs(true);
   l2RibHosts_->hasNotificationActiveIs(true);
   fdbConfig_->hasNotificationActiveIs(true);
   mlagHosts_->hasNotificationActiveIs(true);
 }
 
 HostWriter::~HostWriter() {
+  writeTimer_->timeMinIs(std::numeric_limits<double>::infinity());
   for (Rxn::PtrInterface* reactor :
        std::initializer_list<Rxn::PtrInterface*>{l2RibHosts_.get(), fdbConfig_.get(), mlagHosts_.get(), dir_.get(),
                                                  statusTable_.get(), flushReqTable_.get(), boot_.get()}) {
@@ -145,6 +159,7 @@ void HostWriter::agentIs(Rxn::Ptr<Fab::VXLAN::RemoteMacInfoDir> const& dir,
   fdbStatus_ = fdbStatus;
   vtepConfigDir_ = vtepConfigDir;
   answers_.clear();
+  toWrite_.clear();
   toProgram_.clear();
   rowsByVtep_.clear();
   flushPosted_ = false;
@@ -231,6 +246,31 @@ HostEntry HostWriter::wanted(Bridging::MacVlanPair const& key) const {
                    HostHwOperation::hwOpResolve_);
 }
 
+// Until the stage is ready nothing is written: then every host is.
+void HostWriter::sourceChanged(Bridging::MacVlanPair const& key) {
+  if (!writing()) {
+    return;
+  }
+  if (toWrite_.insertOrAssign(key, true).second && toWrite_.size() == 1) {
+    writeTimer_->timeMinIs(Rxn::System::currentTime());
+  }
+}
+
+// Work per slice is bounded by wall time: the rest waits for the next turn.
+void HostWriter::writeSlice() {
+  double const deadline = Rxn::System::currentTime() + quantum_;
+  for (auto it = toWrite_.begin(); it != toWrite_.end();) {
+    if (Rxn::System::currentTime() > deadline) {
+      writeTimer_->timeMinIs(0.0);
+      return;
+    }
+    Bridging::MacVlanPair const key = it.key();
+    ++it;
+    toWrite_.erase(key);
+    rewrite(key);
+  }
+}
+
 void HostWriter::rewrite(Bridging::MacVlanPair const& key) {
   if (!writing()) {
     return;
@@ -276,6 +316,7 @@ void HostWriter::withdraw(Bridging::MacVlanPair const& key) {
 // the chip.
 void HostWriter::writeAll() {
   RXN_TRACE(7, "the remote MACs' stage is ready: writing every host");
+  toWrite_.clear();
   std::set<Bridging::MacVlanPair> keys;
   for (auto const& [key, host] : sources_.l2RibHosts->host()) {
     keys.insert(key);
@@ -287,7 +328,9 @@ void HostWriter::writeAll() {
     keys.insert(key);
   }
   for (auto it = table_.rows.begin(); it != table_.rows.end();) {
-    it = keys.contains(it->first) ? std::next(it) : table_.rows.erase(it);
+    Bridging::MacVlanPair const key = it.key();
+    ++it;
+    if (!keys.contains(key)) table_.rows.erase(key);
   }
   for (Bridging::MacVlanPair const& key : keys) {
     rewrite(key);
@@ -381,7 +424,7 @@ void HostWriter::program(Bridging::MacVlanPair const& key) {
     ++table_.refusedFull;
     return;
   } else {
-    table_.rows[key] = MacTable::Row{status.vtiIntfId(), status.swTunnelGroupId(), status.nextHopId()};
+    table_.rows.insertOrAssign(key, MacTable::Row{status.vtiIntfId(), status.swTunnelGroupId(), status.nextHopId()});
     row.hwStateIs(HostHwState(status.nextHopId(), status.swTunnelGroupId(), true));
   }
   row.hwOperationIs(HostHwOperation::hwOpProgrammed_);

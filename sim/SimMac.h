@@ -2,7 +2,8 @@
 // The remote MAC side of the simulated platform: the chip's MAC table, with a
 // capacity, and the party outside the library that writes the host table. It
 // merges the layer-2 sources (L2Rib hosts and configured hosts) into host
-// rows, keeps the per-VLAN indexes of the L2Rib and MLAG tables, programs
+// rows, in slices of its own time quantum as a burst of learning comes, keeps
+// the per-VLAN indexes of the L2Rib and MLAG tables in step at once, programs
 // what the status rows say into the chip an answer delay later and reports
 // it in the row, answers every remote MAC event, and serves flush requests.
 
@@ -13,6 +14,8 @@
 #include <set>
 #include <vector>
 
+#include "fabvxlan/runtime/HashMap.h"
+#include "fabvxlan/runtime/QueueSet.h"
 #include "fabvxlan/state/FabIds.h"
 #include "fabvxlan/state/FabVtep.h"
 #include "fabvxlan/state/FabVxlanInfo.h"
@@ -31,9 +34,10 @@ struct MacTable {
     Wire::IntfId vti;
     Fab::SwTunnelGroupId swTunnelGroupId;
     Fab::FabNextHopId nextHopId;
+    bool operator==(Row const&) const = default;
   };
   std::size_t capacity = std::size_t{1} << 21;
-  std::map<Bridging::MacVlanPair, Row> rows;
+  Rxn::HashMap2018<Bridging::MacVlanPair, Row> rows{Rxn::MapName("Sim::MacTable::rows")};
   // Hosts the chip had no room for, since the start.
   std::uint64_t refusedFull = 0;
 };
@@ -65,8 +69,8 @@ class HostWriter : public Rxn::PtrInterface {
   // time: the writer holds back a host whose VTEP another VTI uses.
   using VtepBusy = std::function<bool(Wire::IntfId const& vti, Fab::SwTunnelGroupId const& vtep)>;
   void vtepBusyIs(VtepBusy busy) { vtepBusy_ = std::move(busy); }
-  // Rewrites (or withdraws) the host of the key from its sources.
-  void rewrite(Bridging::MacVlanPair const& key);
+  // Seconds of wall time that one slice of writes may take.
+  double quantum() const { return quantum_; }
 
  private:
   class RxnL2RibHosts;
@@ -76,12 +80,18 @@ class HostWriter : public Rxn::PtrInterface {
   class RxnStatusTable;
   class RxnFlushReqTable;
   class RxnBootStatus;
+  class RxnWriteTimer;
 
   // The row the sources ask for, or the empty row.
   Fab::VXLAN::HostEntry wanted(Bridging::MacVlanPair const& key) const;
   Wire::IntfId vtiMapping(Bridging::VlanId const& vlanId) const;
   bool vtiMaps(Wire::IntfId const& vti, Bridging::VlanId const& vlanId) const;
   bool writing() const;
+  // A source changed the host of the key: it is written in the next slice.
+  void sourceChanged(Bridging::MacVlanPair const& key);
+  void writeSlice();
+  // Rewrites (or withdraws) the host of the key from its sources.
+  void rewrite(Bridging::MacVlanPair const& key);
   void writeAll();
   void forgetHostsThatDidNotComeBack();
   void forgetVtepsThatDidNotComeBack();
@@ -108,8 +118,12 @@ class HostWriter : public Rxn::PtrInterface {
   Rxn::Ptr<RxnStatusTable> statusTable_;
   Rxn::Ptr<RxnFlushReqTable> flushReqTable_;
   Rxn::Ptr<RxnBootStatus> boot_;
+  Rxn::Ptr<RxnWriteTimer> writeTimer_;
   Rxn::Ptr<Vxlan::FdbStatus> fdbStatus_;
   Rxn::Ptr<Fab::VXLAN::VtepConfigDir> vtepConfigDir_;
+  // The hosts whose sources changed, oldest first.
+  Rxn::QueueSet<Bridging::MacVlanPair> toWrite_{Rxn::MapName("Sim::HostWriter::toWrite")};
+  double quantum_ = 0.01;
   // Status rows changed since the last answer: the chip programs them together.
   std::vector<Bridging::MacVlanPair> toProgram_;
   bool flushPosted_ = false;

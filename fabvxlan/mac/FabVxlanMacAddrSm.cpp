@@ -1,5 +1,6 @@
 #include "fabvxlan/mac/FabVxlanMacAddrSm.h"
 
+#include <algorithm>
 #include <cassert>
 #include <unordered_map>
 
@@ -48,6 +49,19 @@ Vxlan::EntryType fdbEntryType(Bridging::EntryType entryType) {
       return Vxlan::EntryType::vxlanDynamic;
   }
 }
+
+// Keeps the longest wall time that the scope it stands in took.
+class LongestRun {
+ public:
+  explicit LongestRun(double& longest) : longest_(longest), began_(Rxn::System::wallClockTime()) {}
+  ~LongestRun() { longest_ = std::max(longest_, Rxn::System::wallClockTime() - began_); }
+  LongestRun(LongestRun const&) = delete;
+  LongestRun& operator=(LongestRun const&) = delete;
+
+ private:
+  double& longest_;
+  double const began_;
+};
 
 }  // namespace
 
@@ -199,6 +213,7 @@ void VxlanMacAddrSm::processRemoteHost() {
   if (!initialized()) {
     return;
   }
+  LongestRun const run(longestQuantumRun_);
   double const deadline = Rxn::System::currentTime() + remoteHostProcessingQuanta();
   for (auto it = updateList().begin(); it != updateList().end();) {
     if (Rxn::System::currentTime() > deadline) {

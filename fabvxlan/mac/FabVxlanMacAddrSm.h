@@ -329,6 +329,10 @@ class VxlanMacAddrSm : public Fab::FabBaseSm, public VxlanMacAddrSmState {
   void handleStageRemoteMacsReady();
   void handleVerify();
 
+  // Wall seconds of the longest run of the quantum so far: the most that a
+  // burst of hosts has held up the loop at once.
+  double longestQuantumRun() const { return longestQuantumRun_; }
+
  private:
   bool vtiActivated(Wire::IntfId const& vti) const { return vxlanInfo()->activatedVti(vti); }
   bool hitlessRestartInProgress() const;
@@ -376,6 +380,7 @@ class VxlanMacAddrSm : public Fab::FabBaseSm, public VxlanMacAddrSmState {
   Rxn::ReactorCollection<Wire::IntfId, RxnVlanVniMapShadow> vlanVniMapShadow_;
   Rxn::ReactorCollection<Vxlan::MacVlanPair, RxnBumVtepList> bumVtepList_;
   Rxn::ReactorCollection<Wire::IntfId, RxnVxlanStatus> vxlanStatus_;
+  double longestQuantumRun_ = 0.0;
 };
 
 Rxn::Ptr<VxlanMacAddrSm> vxlanMacAddrSmFactory(

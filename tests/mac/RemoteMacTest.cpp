@@ -46,7 +46,8 @@ TEST_F(RemoteMacTest, HostsWaitForTheirVtepThenReachTheChipAndTheForwardingDatab
   EXPECT_TRUE(vlanActive(10));
   EXPECT_EQ(learnedVtep(10, 1), "10.0.0.2");
   EXPECT_EQ(learnedVtep(10, 2), "10.0.0.3");
-  EXPECT_EQ(platform().macTable().rows.at(key(10, 1)).nextHopId.value(), nh2);
+  ASSERT_NE(platform().macTable().rows.find(key(10, 1)), nullptr);
+  EXPECT_EQ(platform().macTable().rows.find(key(10, 1))->nextHopId.value(), nh2);
   EXPECT_EQ(stackFailure(), "");
 
   // The last host of a VTEP releases its request, its tunnel row and its next hop.
@@ -106,7 +107,8 @@ TEST_F(RemoteMacTest, ASwitchoverMovesEveryHostAndTheOldNextHopGoesAfterTheLast)
   EXPECT_EQ(status(10, 2).nextHopId().value(), newNextHop);
   EXPECT_EQ(nextHopUses(newNextHop), 2u);
   EXPECT_FALSE(nextHopActive(oldNextHop));
-  EXPECT_EQ(platform().macTable().rows.at(key(10, 2)).nextHopId.value(), newNextHop);
+  ASSERT_NE(platform().macTable().rows.find(key(10, 2)), nullptr);
+  EXPECT_EQ(platform().macTable().rows.find(key(10, 2))->nextHopId.value(), newNextHop);
   EXPECT_EQ(stackFailure(), "");
 }
 
@@ -169,14 +171,16 @@ TEST_F(RemoteMacTest, AHostBehindAVtepGroupWaitsWhenThePlatformHasNoGroups) {
   members.tunnelIpAddrIs(Wire::IpAddr::fromString("10.0.0.2"), true);
   members.tunnelIpAddrIs(Wire::IpAddr::fromString("10.0.0.3"), true);
   platform().swTunnelGroupIdManager()->groupIs(group, members);
-  dir().hostTable()->entryIs(key(10, 5), Fab::VXLAN::HostEntry(key(10, 5), kVxlan1, group,
-                                                                Bridging::EntryType::evpnDynamicMac, 0.0, {},
-                                                                Fab::VXLAN::HostHwOperation::hwOpResolve_));
+  dir().hostTable()->entryIs(
+      key(10, 5), Fab::VXLAN::HostEntry(key(10, 5), kVxlan1, group, Bridging::EntryType::evpnDynamicMac, 0.0, {},
+                                        Fab::VXLAN::HostHwOperation::hwOpResolve_));
   platform().settle();
   EXPECT_TRUE(pending(10, 5));
   EXPECT_FALSE(platform().vtepGroupConfigDir()->vtepGroupConfig(kVxlan1)->vtepGroupList(group));
   ASSERT_FALSE(platform().logs().empty());
-  EXPECT_NE(platform().logs().back().find("%VXLAN-4-L2_ECMP_NOTSUPPORTED: Cannot program MAC address 0200.0000.0005 in VLAN 10"), std::string::npos);
+  EXPECT_NE(platform().logs().back().find(
+                "%VXLAN-4-L2_ECMP_NOTSUPPORTED: Cannot program MAC address 0200.0000.0005 in VLAN 10"),
+            std::string::npos);
 }
 
 TEST_F(RemoteMacTest, ACorruptedL2RibRowIsReportedAndSkippedByTheReevaluation) {
