@@ -315,12 +315,17 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
   // A tunnel that another host entered has its row. One whose request an
   // earlier life of the agent left standing, or whose VTEP came back while
   // its VTI was not a tunnel interface, has none yet.
-  if (!!tunnelInfoDir->tunnelInfo(tunnelId)) {
-    // clang-format off
-    assert(tunnelInfoDir->tunnelInfo( tunnelId ).swTunnelGroupId() == swTunnelGroupId);
-    // clang-format on
-  } else {
+  TunnelInfo const row = tunnelInfoDir->tunnelInfo(tunnelId);
+  if (!row) {
     tunnelInfoDir->tunnelInfoIs(TunnelInfo(tunnelId, swTunnelGroupId, vtiIntfId));
+    return;
+  }
+  // Without generation ids a VTEP's standing answer may name a tunnel that
+  // the tunnel layer has since taken down and given to another VTEP (the
+  // VTEP's removal and its new request crossed): the row stays with the VTEP
+  // whose answer came last, and this VTEP's next answer replaces its own.
+  if (row.swTunnelGroupId() != swTunnelGroupId) {
+    RXN_TRACE(7, " tunnel " << tunnelId << " of " << swTunnelGroupId << " was given to " << row.swTunnelGroupId());
   }
 }
 
