@@ -242,27 +242,30 @@ void VxlanMacAddrSm::processRemoteHost(Bridging::MacVlanPair const& key, Wire::I
   if (!canGoOn) {
     RXN_TRACE(7, " No VTI or mapping for " << key << " on " << vtiIntfId);
     triggerReevaluation(key.mac(), key.vlanId().value(), RemoteMacEvent::Oper::operReevaluate_);
-    removeRemoteMacVtepMap(key, vtiIntfId, swTunnelGroupId);
+    releaseRequestedVtep(key, vtiIntfId, swTunnelGroupId);
     return;
   }
-  // 2. An older request for a VTEP is freed; the pending row is replaced below.
-  if (PendingRemoteMacEntry const pending = pendingResolveRemoteMacList(key); !!pending) {
-    removeRemoteMacVtepMap(key, vtiIntfId, pending.swTunnelGroupId());
-  }
-  // 3. The VTEP's hardware, and the learn restriction for a single VTEP.
-  Fab::FabNextHopId nextHopId;
-  Fab::FabTunnelId tunnelId;
+  // 2. The learn restriction, for a single VTEP. It comes before an older
+  //    request is freed: a refused host keeps what it holds until the writer
+  //    withdraws its row.
   if (swTunnelGroupId.isSingleMemberGroup()) {
     Wire::IpAddr const vtep = swTunnelIdManager()->getTunnelIpFromSwTunnelGroupId(swTunnelGroupId);
     if (!checkLearnFromVtep(key.vlanId().value(), Wire::IpGenAddr(vtep), true)) {
       RXN_TRACE(7, "Deleting entry vlanId " << key.vlanId() << " " << key.mac() << " VTEP " << vtep);
-      removeRemoteMacVtepMap(key, vtiIntfId, swTunnelGroupId);
+      releaseRequestedVtep(key, vtiIntfId, swTunnelGroupId);
       triggerReevaluation(key.mac(), key.vlanId().value(), RemoteMacEvent::Oper::operDelete_);
       return;
     }
   }
+  // 3. An older request for a VTEP is freed; the pending row is replaced below.
+  if (PendingRemoteMacEntry const pending = pendingResolveRemoteMacList(key); !!pending) {
+    removeRemoteMacVtepMap(key, vtiIntfId, pending.swTunnelGroupId());
+  }
+  // 4. The VTEP's hardware.
+  Fab::FabNextHopId nextHopId;
+  Fab::FabTunnelId tunnelId;
   readVtepHardware(swTunnelGroupId, vtiIntfId, nextHopId, tunnelId);
-  // 4. Resolved: the host's status row. Otherwise it waits for its VTEP.
+  // 5. Resolved: the host's status row. Otherwise it waits for its VTEP.
   if (nextHopId != Fab::FabNextHopId()) {
     updateRemoteMacVtepMap(key, vtiIntfId, swTunnelGroupId, tunnelId, entryType);
     updateRemoteHostStatus(key, vtiIntfId, swTunnelGroupId, entryType, nextHopId, tunnelId);
@@ -270,6 +273,22 @@ void VxlanMacAddrSm::processRemoteHost(Bridging::MacVlanPair const& key, Wire::I
   }
   pendingResolveRemoteMacListIs(PendingRemoteMacEntry(key, swTunnelGroupId, vtiIntfId));
   updateRemoteMacVtepMap(key, vtiIntfId, swTunnelGroupId, Fab::FabTunnelId(), entryType);
+}
+
+// A host that cannot go on gives up the VTEP its row asks for, but not one
+// that its status row or its pending row stands on: a host with a row stands
+// among the hosts of the row's VTEP, and leaves them when the writer
+// withdraws the host.
+void VxlanMacAddrSm::releaseRequestedVtep(Bridging::MacVlanPair const& key, Wire::IntfId const& vtiIntfId,
+                                          Fab::SwTunnelGroupId const& swTunnelGroupId) {
+  StatusEntry const status = statusTable()->statusEntry(key);
+  PendingRemoteMacEntry const pending = pendingResolveRemoteMacList(key);
+  if ((!!status && status.swTunnelGroupId() == swTunnelGroupId) ||
+      (!!pending && pending.swTunnelGroupId() == swTunnelGroupId)) {
+    RXN_TRACE(7, " " << key << " keeps " << swTunnelGroupId << " until its row is withdrawn");
+    return;
+  }
+  removeRemoteMacVtepMap(key, vtiIntfId, swTunnelGroupId);
 }
 
 // Leaves the next hop invalid while the VTEP has no hardware; a tunnel that
@@ -311,12 +330,17 @@ void VxlanMacAddrSm::readVtepHardware(Fab::SwTunnelGroupId const& swTunnelGroupI
   // A tunnel that another host entered has its row. One whose request an
   // earlier life of the agent left standing, or whose VTEP came back while
   // its VTI was not a tunnel interface, has none yet.
-  if (!!tunnelInfoDir->tunnelInfo(tunnelId)) {
-    // clang-format off
-    assert(tunnelInfoDir->tunnelInfo( tunnelId ).swTunnelGroupId() == swTunnelGroupId);
-    // clang-format on
-  } else {
+  TunnelInfo const row = tunnelInfoDir->tunnelInfo(tunnelId);
+  if (!row) {
     tunnelInfoDir->tunnelInfoIs(TunnelInfo(tunnelId, swTunnelGroupId, vtiIntfId));
+    return;
+  }
+  // Without generation ids a VTEP's standing answer may name a tunnel that
+  // the tunnel layer has since taken down and given to another VTEP (the
+  // VTEP's removal and its new request crossed): the row stays with the VTEP
+  // whose answer came last, and this VTEP's next answer replaces its own.
+  if (row.swTunnelGroupId() != swTunnelGroupId) {
+    RXN_TRACE(7, " tunnel " << tunnelId << " of " << swTunnelGroupId << " was given to " << row.swTunnelGroupId());
   }
 }
 

@@ -337,6 +337,8 @@ class VxlanMacAddrSm : public Fab::FabBaseSm, public VxlanMacAddrSmState {
   bool vtiActivated(Wire::IntfId const& vti) const { return vxlanInfo()->activatedVti(vti); }
   bool hitlessRestartInProgress() const;
   void dropTunnelInfo(Rxn::Ptr<VtepMacAddrList> const& list);
+  void releaseRequestedVtep(Bridging::MacVlanPair const& key, Wire::IntfId const& vtiIntfId,
+                            Fab::SwTunnelGroupId const& swTunnelGroupId);
   void publishLearnedHost(Bridging::MacVlanPair const& key, HostEntry const& entry);
   // What the VTEP or group of a host has in hardware, through its status row
   // of the VTI; an empty answer while it has none.

@@ -12,6 +12,7 @@ using Vxlan::AllowLearnMode;
 
 class LearnRestrictTest : public MacFixture {
  protected:
+  explicit LearnRestrictTest(Sim::PlatformConfig const& config = {}) : MacFixture(config) {}
   Vxlan::LearnRestrict& restrictVlan(int vlan) {
     return *platform().vxlanStatusDir()->vxlanStatusIs(kVxlan1)->vlanToLearnRestrictIs(Bridging::VlanId(vlan));
   }
@@ -102,11 +103,72 @@ TEST_F(LearnRestrictTest, AFloodListRestrictionFollowsTheFloodList) {
   EXPECT_EQ(learnStatus(20).numMatches(prefix("10.0.0.2/32")), 1u);
 
   // Out of the flood list: its hosts are withdrawn.
-  platform().floodSet(Bridging::VlanId(20), kZeroMac)
+  platform()
+      .floodSet(Bridging::VlanId(20), kZeroMac)
       ->destSetDel(L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.2")));
   platform().settle();
   EXPECT_FALSE(learnStatus(20).prefixList(prefix("10.0.0.2/32")));
   EXPECT_FALSE(hasRow(20, 1));
+  EXPECT_EQ(stackFailure(), "");
+}
+
+// The writer answers a second after the machine asks.
+class SlowWriterLearnRestrictTest : public LearnRestrictTest {
+ protected:
+  static Sim::PlatformConfig slowWriter() {
+    Sim::PlatformConfig config;
+    config.macAnswerDelay = 1.0;
+    return config;
+  }
+  SlowWriterLearnRestrictTest() : LearnRestrictTest(slowWriter()) {}
+  bool inHostsOf(char const* vtepAddress, int vlan, int host) {
+    Rxn::Ptr<Fab::VXLAN::VtepMacAddrList> const list = macSm().vtepMacAddrList(vtep(vtepAddress));
+    return list && list->macAddrList(key(vlan, host));
+  }
+};
+
+// Refused when it is resolved again, a host gives up only the VTEP it asked
+// for: the VTEPs that its status row or its pending row stand on keep it
+// among their hosts until the writer withdraws its row.
+TEST_F(SlowWriterLearnRestrictTest, ARefusedHostKeepsTheVtepsItsRowsStandOnUntilItIsWithdrawn) {
+  vtiUpMapping(10, 10);
+  l2RibHost(10, 1, "10.0.0.2");
+  platform().settle();
+  ASSERT_TRUE(!!status(10, 1));
+  platform().answersAre({0, true}, Sim::Platform::Answerer::tunnelLayer);
+  l2RibHost(10, 2, "10.0.0.3");
+  platform().runUntilIdle();
+  ASSERT_TRUE(pending(10, 2));
+
+  // The rule narrows: the sweep asks the writer to withdraw both hosts. Before
+  // it answers, the L2Rib learns them again: the first from another source,
+  // the second behind another VTEP.
+  restrictVlan(10).prefixListIs(prefix("10.0.0.4/32"), true);
+  restrictVlan(10).learnFromIs(AllowLearnMode::learnFromList);
+  platform().runUntilIdle();
+  platform().hostSources().l2RibHosts->hostIs(
+      L2Rib::HostAndSource(key(10, 1), L2Rib::vxlanDest(Wire::IpAddr::fromString("10.0.0.2")), 1));
+  l2RibHost(10, 2, "10.0.0.5");
+  platform().runUntilIdle();
+  EXPECT_EQ(learnStatus(10).numRejectList(), 2u);
+  EXPECT_TRUE(!!status(10, 1));
+  EXPECT_TRUE(inHostsOf("10.0.0.2", 10, 1));
+  EXPECT_TRUE(listed("10.0.0.2"));
+  EXPECT_TRUE(pending(10, 2));
+  EXPECT_TRUE(inHostsOf("10.0.0.3", 10, 2));
+  EXPECT_TRUE(listed("10.0.0.3"));
+  EXPECT_FALSE(listed("10.0.0.5"));
+  EXPECT_EQ(stackFailure(false), "");
+
+  // The writer withdraws both rows, and the VTEPs go with them.
+  platform().answersAre({0, false}, Sim::Platform::Answerer::tunnelLayer);
+  platform().settle();
+  EXPECT_FALSE(hasRow(10, 1));
+  EXPECT_FALSE(hasRow(10, 2));
+  EXPECT_FALSE(status(10, 1));
+  EXPECT_FALSE(pending(10, 2));
+  EXPECT_FALSE(listed("10.0.0.2"));
+  EXPECT_FALSE(listed("10.0.0.3"));
   EXPECT_EQ(stackFailure(), "");
 }
 

@@ -199,5 +199,62 @@ TEST_F(RemoteMacTest, ACorruptedL2RibRowIsReportedAndSkippedByTheReevaluation) {
   EXPECT_GT(dir().remoteMacEvent().seqNo(), eventsBefore);
 }
 
+// Without generation ids a tunnel's key is the same in every life of the
+// tunnel, and the platform has one tunnel to give.
+class OneTunnelWithoutGenerationsTest : public MacFixture {
+ protected:
+  static Sim::PlatformConfig oneTunnel() {
+    Sim::PlatformConfig config;
+    config.useUniqGenId = false;
+    config.tunnelLayer.tunnels = 1;
+    return config;
+  }
+  OneTunnelWithoutGenerationsTest() : MacFixture(oneTunnel()) {}
+};
+
+// A VTEP taken away and asked for again before the tunnel layer answers the
+// removal: the layer gives it the tunnel that another VTEP freed, then takes
+// it down as asked and gives the tunnel to a third VTEP. The first VTEP's
+// publication still names the tunnel until its new answer comes. A host
+// resolved behind it meanwhile leaves the tunnel's row to the VTEP that the
+// layer gave the tunnel to last.
+TEST_F(OneTunnelWithoutGenerationsTest, ATunnelGivenToAnotherVtepKeepsItsRowWhileAnEarlierAnswerStillNamesIt) {
+  vtiUpMapping(10, 10);
+  l2RibHost(10, 1, "10.0.0.3");
+  platform().settle();
+  // 10.0.0.2 waits for a tunnel first, then 10.0.0.4.
+  l2RibHost(10, 2, "10.0.0.2");
+  platform().settle();
+  l2RibHost(10, 3, "10.0.0.4");
+  platform().settle();
+  ASSERT_TRUE(published("10.0.0.3").tunnelId().valid());
+  ASSERT_FALSE(published("10.0.0.2").tunnelId().valid());
+
+  platform().answersAre({1.0, false}, Sim::Platform::Answerer::tunnelLayer);
+  l2RibHostGone(10, 1);
+  platform().runFor(0.1);
+  l2RibHostGone(10, 2);
+  platform().runFor(0.1);
+  l2RibHost(10, 2, "10.0.0.2");
+  // The removal of 10.0.0.3 is answered, then that of 10.0.0.2; the new
+  // request of 10.0.0.2 is not yet.
+  platform().runFor(0.95);
+  Fab::FabTunnelId const tunnel = published("10.0.0.4").tunnelId();
+  ASSERT_TRUE(tunnel.valid());
+  ASSERT_EQ(published("10.0.0.2").tunnelId(), tunnel);
+  EXPECT_EQ(dir().tunnelInfoDir()->tunnelInfo(tunnel).swTunnelGroupId(), vtep("10.0.0.4"));
+
+  l2RibHost(10, 4, "10.0.0.2");
+  platform().runUntilIdle();
+  EXPECT_EQ(status(10, 4).tunnelId(), tunnel);
+  EXPECT_EQ(dir().tunnelInfoDir()->tunnelInfo(tunnel).swTunnelGroupId(), vtep("10.0.0.4"));
+
+  // The new answer: no tunnel free; the row stays with the VTEP that has it.
+  platform().settle();
+  EXPECT_FALSE(published("10.0.0.2").tunnelId().valid());
+  EXPECT_EQ(dir().tunnelInfoDir()->tunnelInfo(tunnel).swTunnelGroupId(), vtep("10.0.0.4"));
+  EXPECT_EQ(stackFailure(), "");
+}
+
 }  // namespace
 }  // namespace FabTest
