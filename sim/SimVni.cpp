@@ -76,10 +76,17 @@ void SimFabHelperVniSm::program(Bridging::VlanId const& vlanId) {
     table_.flushing.insert(vlanId);
     return;
   }
-  table_.flushing.erase(vlanId);
-  bool const fits = table_.mappings.count(vlanId) != 0 || table_.mappings.size() < table_.capacity;
-  if (fits) {
-    table_.mappings[vlanId] = {row.vni(), row.vtiIntfId()};
+  if (!table_.flushing.empty()) {
+    table_.flushing.erase(vlanId);
+  }
+  // One walk down the table finds the row or the place for it.
+  auto const at = table_.mappings.lower_bound(vlanId);
+  bool const present = at != table_.mappings.end() && at->first == vlanId;
+  bool const fits = present || table_.mappings.size() < table_.capacity;
+  if (present) {
+    at->second = {row.vni(), row.vtiIntfId()};
+  } else if (fits) {
+    table_.mappings.emplace_hint(at, vlanId, VniTable::Mapping{row.vni(), row.vtiIntfId()});
   } else {
     RXN_TRACE(1, "VLAN-VNI table full: VLAN " << vlanId << " is not programmed");
   }
