@@ -161,6 +161,9 @@ Platform::Platform(PlatformConfig const& config)
   vniTable_.programCost = config_.realTime ? 0.0 : config_.vniProgramCost;
   Rxn::logSinkIs(
       [this](Rxn::LogHandle const& handle, Rxn::String const& text) { logs_.push_back(Rxn::logLine(handle, text)); });
+  // A new platform's clock starts over: what an earlier platform of this
+  // process logged holds none of its messages back.
+  Rxn::logRateLimitReset();
   Fab::VXLAN::learnSocketOpenerIs([this] { return learnWire_.open(); });
   start();
 }

@@ -425,12 +425,30 @@ void VniSm::handleActivatedVti(Wire::IntfId const& vti) {
   }
   if (vxlanInfo()->activatedVti(vti)) {
     RXN_TRACE(7, "vti " << vti << " activated ");
+    markUnprogrammedRows(vti);
     if (RxnVtiStatus* const reactor = vtiStatus_(vti)) {
       reactor->handleVlanVniMap();
     }
   } else {
     RXN_TRACE(7, "vti " << vti << " deactivated ");
     handleVtiDown(vti);
+  }
+}
+
+// The VTI's hardware status is made anew each time the VTI comes up. A VTI
+// that went down and came back before the drain removed its refused rows
+// finds them still standing, refused, in the chip: they show so again.
+void VniSm::markUnprogrammedRows(Wire::IntfId const& vti) {
+  Rxn::Ptr<Vxlan::VxlanHwStatus> const hw = vxlanHwStatusDir_->vxlanHwStatus(vti);
+  if (!hw) {
+    return;
+  }
+  for (auto const& [vlanId, row] : config()->configEntry()) {
+    FabHelperVniStatusEntry const answer = status()->statusEntry(vlanId);
+    if (row.vtiIntfId() == vti && answer.vni() == row.vni() && answer.tableAddStatus() == FabTypes::full_) {
+      RXN_TRACE(7, "vlan " << vlanId << " <-> " << row.vni() << " of " << vti << " is still refused by the H/W");
+      hw->pendingVlanToVniMapIs(vlanId, row.vni());
+    }
   }
 }
 

@@ -181,6 +181,8 @@ class VniSm : public Fab::FabBaseSm, public VniSmState {
   std::set<Wire::IntfId> vtisHoldingRows() const;
   std::set<Bridging::VlanId> vlansHeldBy(Wire::IntfId const& vti) const;
   void reclaimVlan(Bridging::VlanId const& vlanId);
+  // Shows the VTI's rows that the platform refused in its new hardware status.
+  void markUnprogrammedRows(Wire::IntfId const& vti);
   void retryUnprogrammedMappings();
   // Runs the drain's loop until the set is empty or the quantum is used up.
   void drainDirtyVlans(double deadline);

@@ -78,6 +78,44 @@ TEST_F(OneRowTableTest, ARefusalAnsweredAfterTheWishMovedTakesTheNewVniUp) {
   EXPECT_EQ(stackFailure(), "");
 }
 
+// The hardware status of a VTI goes when the VTI goes down and comes anew
+// when it comes up. A VTI that flaps before the drain reaches its refused row
+// finds the row still standing, refused, in the chip.
+TEST_F(OneRowTableTest, ARefusedRowOfAVtiThatFlapsStaysVisiblyUnprogrammed) {
+  // Vxlan2 keeps the feature up and fills the table; Vxlan1's VLAN 11 is
+  // refused.
+  vlansActive(10, 11);
+  maps(10, 10010, kVxlan2);
+  vtiUp(kVxlan2);
+  platform().settle();
+  maps(11, 10011, kVxlan1);
+  vtiUp(kVxlan1);
+  platform().settle();
+  ASSERT_EQ(statusRow(11).tableAddStatus(), FabTypes::full_);
+  ASSERT_EQ(hwStatus()->pendingVlanToVniMap(Bridging::VlanId(11)).value(), 10011U);
+
+  // Down and up in one turn: the removal of the row is queued, not sent, and
+  // the wish comes back over it.
+  platform().vti(kVxlan1)->operStatusIs(Interface::IntfOperStatus::intfOperDown);
+  platform().vti(kVxlan1)->operStatusIs(Interface::IntfOperStatus::intfOperUp);
+  ASSERT_EQ(statusRow(11).tableAddStatus(), FabTypes::full_);
+  EXPECT_EQ(hwStatus()->pendingVlanToVniMap(Bridging::VlanId(11)).value(), 10011U);
+  EXPECT_EQ(stackFailure(false), "");
+
+  // The row is sent again, refused again, and shown so.
+  platform().settle();
+  EXPECT_EQ(statusRow(11).tableAddStatus(), FabTypes::full_);
+  EXPECT_EQ(hwStatus()->pendingVlanToVniMap(Bridging::VlanId(11)).value(), 10011U);
+  EXPECT_EQ(stackFailure(), "");
+
+  // Room frees up: the mapping is programmed, and the mark goes.
+  maps(10, 0, kVxlan2);
+  platform().settle();
+  EXPECT_EQ(shadowVni(11), 10011U);
+  EXPECT_FALSE(!!hwStatus()->pendingVlanToVniMap(Bridging::VlanId(11)));
+  EXPECT_EQ(stackFailure(), "");
+}
+
 using VniSharingTest = VniFixture;
 
 TEST_F(VniSharingTest, OneVniOnTwoVlansOfAVtiIsCleanedWhenTheVtiGoesDown) {
