@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "fabvxlan/runtime/Trace.h"
 #include "sim/ScenarioRunner.h"
 
 namespace {
@@ -17,8 +18,17 @@ int usage(char const* problem) {
   }
   std::fprintf(problem != nullptr ? stderr : stdout,
                "usage: fabvxlan-sim [--json] [scenario.json]\n"
-               "Runs a scenario on the simulated platform, or the built-in one without a file.\n");
+               "       fabvxlan-sim --list-trace-modules\n"
+               "Runs a scenario on the simulated platform, or the built-in one without a file.\n"
+               "--list-trace-modules prints the module names that FABVXLAN_TRACE selects from.\n");
   return problem == nullptr ? 0 : 2;
+}
+
+int listTraceModules() {
+  for (Rxn::String const& module : Rxn::traceModules()) {
+    std::printf("%s\n", module.c_str());
+  }
+  return 0;
 }
 
 }  // namespace
@@ -29,6 +39,8 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--json") == 0) {
       json = true;
+    } else if (std::strcmp(argv[i], "--list-trace-modules") == 0) {
+      return listTraceModules();
     } else if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
       return usage(nullptr);
     } else if (argv[i][0] == '-' || !path.empty()) {

@@ -14,11 +14,14 @@
 // that matches a module decides. Example:
 //   FABVXLAN_TRACE='FabVxlan*/1,FabVxlanVniSm/0-9'
 // Output goes to stderr, or to the file named by FABVXLAN_TRACE_FILE.
+// An entry that does not parse, or whose glob matches no module of the
+// process, is ignored with one warning on stderr.
 
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <sstream>
+#include <vector>
 
 #include "fabvxlan/runtime/String.h"
 
@@ -65,16 +68,31 @@ std::uint32_t traceLevelsFor(String const& spec, String const& module, bool enab
 // Receives every trace line; an empty sink restores stderr or FABVXLAN_TRACE_FILE.
 void traceSinkIs(std::function<void(String const& line)> sink);
 
+// Enters a module name in the list of modules when the code that declares it
+// is loaded, so that the list holds modules that have not traced yet.
+class TraceModuleName {
+ public:
+  explicit TraceModuleName(char const* name);
+};
+// The names of the trace modules of the process (the library's and the
+// agent's own), sorted, each once.
+std::vector<String> traceModules();
+// One text per entry of a configuration that is ignored: it does not parse,
+// or its glob matches no module.
+std::vector<String> traceConfigProblems(String const& spec);
+
 }  // namespace Rxn
 
-// Declares the module's trace handle, reached through _defaultTraceHandle().
-#define RXN_TRACE_MODULE(moduleName)                           \
-  namespace {                                                  \
-  [[maybe_unused]] ::Rxn::TraceHandle& _defaultTraceHandle() { \
-    static ::Rxn::TraceHandle handle(moduleName, false);       \
-    return handle;                                             \
-  }                                                            \
-  }                                                            \
+// Declares the module's trace handle, reached through _defaultTraceHandle(),
+// and enters its name in the list of modules.
+#define RXN_TRACE_MODULE(moduleName)                            \
+  namespace {                                                   \
+  [[maybe_unused]] ::Rxn::TraceHandle& _defaultTraceHandle() {  \
+    static ::Rxn::TraceHandle handle(moduleName, false);        \
+    return handle;                                              \
+  }                                                             \
+  ::Rxn::TraceModuleName const rxnTraceModuleName_(moduleName); \
+  }                                                             \
   static_assert(true, "")
 
 #define RXN_TRACE(level, args)                                                                \

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 
@@ -118,6 +119,43 @@ TEST(Trace, ArgumentsAreEvaluatedOnlyWhenTheLevelIsOn) {
 
   Rxn::traceConfigIs("");
   Rxn::traceSinkIs(nullptr);
+}
+
+// A platform team finds the module names in the list, and learns of a
+// setting that can do nothing instead of watching a silent trace.
+TEST(Trace, EveryModuleIsListedAndABadSettingIsIgnoredWithOneWarning) {
+  // Modules that have not traced yet are listed: the library's and the agent's own, each once.
+  std::vector<Rxn::String> const modules = Rxn::traceModules();
+  EXPECT_TRUE(std::is_sorted(modules.begin(), modules.end()));
+  for (char const* module :
+       {"FabHelperVniSm", "FabVxlanCentralSm", "FabVxlanVniSm", "FabVxlanVtepSm", "RxnTestModule"}) {
+    EXPECT_EQ(std::count(modules.begin(), modules.end(), module), 1) << module;
+  }
+  EXPECT_EQ(std::count(modules.begin(), modules.end(), "FabVxlanVtepEventSm"), 1);  // declared by two files
+
+  EXPECT_EQ(Rxn::traceConfigProblems("FabVxlan*/1,,FabHelperVniSm/0-38,RxnTestModule,RxnTestModule/,*/*"), Lines{});
+  EXPECT_EQ(
+      Rxn::traceConfigProblems("FabVxlanVniSm/high,/7,FabVxlanVniSm/8-3,FabVxlanVniSm/3-,FabVxlan/7, RxnTestModule"),
+      (Lines{"entry 'FabVxlanVniSm/high' is ignored: expected module-glob or module-glob/levels, the levels being "
+             "digits and ranges such as 0-38, or *",
+             "entry '/7' is ignored: expected module-glob or module-glob/levels, the levels being digits and "
+             "ranges such as 0-38, or *",
+             "entry 'FabVxlanVniSm/8-3' is ignored: expected module-glob or module-glob/levels, the levels being "
+             "digits and ranges such as 0-38, or *",
+             "entry 'FabVxlanVniSm/3-' is ignored: expected module-glob or module-glob/levels, the levels being "
+             "digits and ranges such as 0-38, or *",
+             "entry 'FabVxlan/7' is ignored: it matches no trace module",
+             "entry ' RxnTestModule' is ignored: it matches no trace module"}));
+  // An entry that does not parse changes no level; the others still count.
+  EXPECT_EQ(Rxn::traceLevelsFor("RxnTestModule/7,RxnTestModule/7x", "RxnTestModule", false), 0x80U);
+
+  // Applied, a setting tells each problem once on stderr, however often it is applied.
+  testing::internal::CaptureStderr();
+  Rxn::traceConfigIs("RxnTestModule/7,NoSuchModule*/7");
+  Rxn::traceConfigIs("RxnTestModule/7,NoSuchModule*/7");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "fabvxlan: trace setting entry 'NoSuchModule*/7' is ignored: it matches no trace module\n");
+  Rxn::traceConfigIs("");
 }
 
 TEST(Toggle, EnvironmentThenFileThenDefault) {
