@@ -3,6 +3,7 @@
 #include <cassert>
 #include <ios>
 
+#include "fabvxlan/runtime/RingLog.h"
 #include "fabvxlan/runtime/Toggle.h"
 #include "fabvxlan/runtime/Trace.h"
 #include "fabvxlan/state/imported/L2RibDest.h"
@@ -63,6 +64,7 @@ void VxlanCentralSm::handleInitialized() {
   if (vxlanBootStatus_ && vxlanBootStatus_->vxlanHitlessRestartSupported() &&
       !vxlanBootStatus_->stageBumVtepListReady()) {
     RXN_TRACE(7, " hitless restart mode");
+    RXN_RING(7, " hitless restart mode");
     inHitlessRestartIs(true);
     recordRestartEntries();
   }
@@ -82,6 +84,7 @@ void VxlanCentralSm::handleInitialized() {
       // With no VTI up there is nothing to recover, and the VNI and MAC
       // machines would wait for these stages forever.
       RXN_TRACE(7, " No VTIs up, ready all stages");
+      RXN_RING(7, " No VTIs up, ready all stages");
       vxlanBootStatus_->stageVlanVniMappingReadyIs(true);
       vxlanBootStatus_->stageRemoteMacsReadyIs(true);
     }
@@ -96,6 +99,7 @@ void VxlanCentralSm::forgetVanishedVtis() {
     Wire::IntfId const intf = it.key();
     if (!dir || !dir->vtiStatus(intf)) {
       RXN_TRACE(7, "intf " << intf << " is gone, no longer activated");
+      RXN_RING(7, "intf %s is gone, no longer activated", intf.stringValue());
       info->activatedVtiDel(intf);
     }
   }
@@ -172,6 +176,7 @@ void VxlanCentralSm::updateVxlanState() {
   }
   RXN_TRACE(8, " curr state : " << current << ", new state : " << next);
   if (next != current) {
+    RXN_RING(7, " curr state : %s, new state : %s", Rxn::valueToString(current), Rxn::valueToString(next));
     vxlanInfo()->stateIs(next);
     handleBumReplicationMode();
   }
@@ -268,6 +273,7 @@ void VxlanCentralSm::handleBumReplicationMode() {
       break;
   }
   RXN_TRACE(7, "BUM replication mode is " << mode);
+  RXN_RING(7, "BUM replication mode is %s", Rxn::valueToString(mode));
 }
 
 void VxlanCentralSm::reviewBumRepMode() {
@@ -297,6 +303,7 @@ void VxlanCentralSm::removeStaleRestartEntries() {
     Vxlan::MacVlanPair const key(entry.mac(), entry.vlanId());
     if (Rxn::Ptr<Vxlan::BumVtepList> const list = bumStatus_->bumVtepList(key)) {
       RXN_TRACE(7, " removing stale restart entry " << entry);
+      RXN_RING(7, " removing stale restart entry %s", Rxn::valueToString(entry));
       list->remoteVtepAddrDel(entry.vtep());
       if (list->remoteVtepAddrs() == 0) {
         bumStatus_->bumVtepListDel(key);
@@ -401,6 +408,7 @@ void VxlanCentralSm::RxnVtiStatus::handleOperStatus() {
   Rxn::Ptr<Vxlan::VxlanHwStatusDir> const hwStatusDir = sm->vxlanHwStatusDir();
   if (notifier()->operStatus() == Interface::IntfOperStatus::intfOperUp) {
     RXN_TRACE(7, "intf " << intf << " oper status is up ");
+    RXN_RING(7, "intf %s oper status is up ", intf.stringValue());
     // Machines that see the activation act on the VTI's hardware status at
     // once: it must stand first.
     if (hwStatusDir) {
@@ -409,6 +417,7 @@ void VxlanCentralSm::RxnVtiStatus::handleOperStatus() {
     sm->vxlanInfo()->activatedVtiIs(intf, true);
   } else {
     RXN_TRACE(7, "intf " << intf << " oper status is down ");
+    RXN_RING(7, "intf %s oper status is down ", intf.stringValue());
     sm->vxlanInfo()->activatedVtiDel(intf);
     if (hwStatusDir) {
       hwStatusDir->vxlanHwStatusDel(intf);
