@@ -138,6 +138,50 @@ bool VxlanCentralSm::allAt(FabVxlanState state) const {
          info->vniSmState() == state && info->vxlanMacSmState() == state;
 }
 
+std::vector<VxlanCentralSm::Awaited> VxlanCentralSm::subMachinesNotAt(FabVxlanState state) const {
+  Rxn::Ptr<FabVxlanInfo> const info = vxlanInfo();
+  std::vector<Awaited> behind;
+  auto const noteIfBehind = [&](char const* machine, FabVxlanState at) {
+    if (at != state) {
+      behind.push_back({machine, at});
+    }
+  };
+  noteIfBehind("VtepSm", info->vtepSmState());
+  if (vtepGroupSupported()) {
+    noteIfBehind("VtepGroupSm", info->vtepGroupSmState());
+  }
+  noteIfBehind("VniSm", info->vniSmState());
+  noteIfBehind("VxlanMacAddrSm", info->vxlanMacSmState());
+  return behind;
+}
+
+std::vector<VxlanCentralSm::Awaited> VxlanCentralSm::awaitedSubMachines() const {
+  switch (vxlanInfo()->state()) {
+    case FabVxlanState::initializing_:
+      return subMachinesNotAt(FabVxlanState::initialized_);
+    case FabVxlanState::cleaning_:
+      return subMachinesNotAt(FabVxlanState::clean_);
+    case FabVxlanState::initialized_:
+    case FabVxlanState::clean_:
+      break;
+  }
+  return {};
+}
+
+namespace {
+
+// "VniSm initializing_, VxlanMacAddrSm initializing_".
+std::ostream& operator<<(std::ostream& out, std::vector<VxlanCentralSm::Awaited> const& awaited) {
+  char const* separator = "";
+  for (VxlanCentralSm::Awaited const& machine : awaited) {
+    out << separator << machine.machine << " " << machine.state;
+    separator = ", ";
+  }
+  return out;
+}
+
+}  // namespace
+
 void VxlanCentralSm::updateVxlanState() {
   if (!initialized()) {
     return;
@@ -175,11 +219,17 @@ void VxlanCentralSm::updateVxlanState() {
       break;
   }
   RXN_TRACE(8, " curr state : " << current << ", new state : " << next);
-  if (next != current) {
-    RXN_RING(7, " curr state : %s, new state : %s", Rxn::valueToString(current), Rxn::valueToString(next));
-    vxlanInfo()->stateIs(next);
-    handleBumReplicationMode();
+  if (next == current) {
+    // A feature that stays initializing_ or cleaning_ waits for answers: a
+    // platform that never gives one shows here which.
+    if (current == FabVxlanState::initializing_ || current == FabVxlanState::cleaning_) {
+      RXN_TRACE(7, " state " << current << " waits on " << awaitedSubMachines());
+    }
+    return;
   }
+  RXN_RING(7, " curr state : %s, new state : %s", Rxn::valueToString(current), Rxn::valueToString(next));
+  vxlanInfo()->stateIs(next);
+  handleBumReplicationMode();
 }
 
 template <class Predicate>
