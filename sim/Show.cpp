@@ -236,6 +236,11 @@ Snapshot takeSnapshot(Platform& platform, std::string const& label) {
   if (platform.config().vtepGroupSupported) {
     s.states.emplace_back("VtepGroupSm", Rxn::valueToString(info.vtepGroupSmState()));
   }
+  if (platform.central()) {
+    for (auto const& [machine, state] : platform.central()->awaitedSubMachines()) {
+      s.awaited.emplace_back(machine, Rxn::valueToString(state));
+    }
+  }
   s.standIns = platform.standInNames();
   s.controllerClientMode = info.controllerClientMode();
   s.datapathLearning = info.datapathLearning();
@@ -342,6 +347,13 @@ std::string renderText(Snapshot const& s) {
   for (auto const& [machine, state] : s.states) {
     bool const standIn = std::find(s.standIns.begin(), s.standIns.end(), machine) != s.standIns.end();
     out << Rxn::format("  %-22s %s\n", machine.c_str(), (state + (standIn ? " (stand-in)" : "")).c_str());
+  }
+  if (!s.awaited.empty()) {
+    std::vector<std::string> awaited;
+    for (auto const& [machine, state] : s.awaited) {
+      awaited.push_back(machine + " " + state);
+    }
+    out << Rxn::format("  %-22s %s\n", "Waiting on", joined(awaited).c_str());
   }
   out << Rxn::format("  %-22s %s\n", "Controller client mode", s.controllerClientMode ? "yes" : "no");
   out << Rxn::format("  %-22s %s\n", "Data path learning", s.datapathLearning ? "yes" : "no");
@@ -506,6 +518,7 @@ void writeSnapshot(JsonWriter& w, Snapshot const& s) {
   w.Key("time");
   w.Double(s.time);
   writeNamed(w, "states", s.states, [&w](std::string const& state) { w.String(state.c_str()); });
+  writeNamed(w, "waitingOn", s.awaited, [&w](std::string const& state) { w.String(state.c_str()); });
   writeStrings(w, "standIns", s.standIns);
   w.Key("controllerClientMode");
   w.Bool(s.controllerClientMode);

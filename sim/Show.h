@@ -74,6 +74,8 @@ struct Snapshot {
   std::string label;
   double time = 0.0;
   std::vector<std::pair<std::string, std::string>> states;  // machine, state
+  // The sub-machines that the feature waits on while initializing_ or cleaning_.
+  std::vector<std::pair<std::string, std::string>> awaited;  // machine, state
   std::vector<std::string> standIns;
   bool controllerClientMode = false;
   bool datapathLearning = false;

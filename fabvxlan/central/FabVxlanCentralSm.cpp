@@ -3,6 +3,7 @@
 #include <cassert>
 #include <ios>
 
+#include "fabvxlan/runtime/RingLog.h"
 #include "fabvxlan/runtime/Toggle.h"
 #include "fabvxlan/runtime/Trace.h"
 #include "fabvxlan/state/imported/L2RibDest.h"
@@ -63,6 +64,7 @@ void VxlanCentralSm::handleInitialized() {
   if (vxlanBootStatus_ && vxlanBootStatus_->vxlanHitlessRestartSupported() &&
       !vxlanBootStatus_->stageBumVtepListReady()) {
     RXN_TRACE(7, " hitless restart mode");
+    RXN_RING(7, " hitless restart mode");
     inHitlessRestartIs(true);
     recordRestartEntries();
   }
@@ -82,6 +84,7 @@ void VxlanCentralSm::handleInitialized() {
       // With no VTI up there is nothing to recover, and the VNI and MAC
       // machines would wait for these stages forever.
       RXN_TRACE(7, " No VTIs up, ready all stages");
+      RXN_RING(7, " No VTIs up, ready all stages");
       vxlanBootStatus_->stageVlanVniMappingReadyIs(true);
       vxlanBootStatus_->stageRemoteMacsReadyIs(true);
     }
@@ -96,6 +99,7 @@ void VxlanCentralSm::forgetVanishedVtis() {
     Wire::IntfId const intf = it.key();
     if (!dir || !dir->vtiStatus(intf)) {
       RXN_TRACE(7, "intf " << intf << " is gone, no longer activated");
+      RXN_RING(7, "intf %s is gone, no longer activated", intf.stringValue());
       info->activatedVtiDel(intf);
     }
   }
@@ -134,6 +138,50 @@ bool VxlanCentralSm::allAt(FabVxlanState state) const {
          info->vniSmState() == state && info->vxlanMacSmState() == state;
 }
 
+std::vector<VxlanCentralSm::Awaited> VxlanCentralSm::subMachinesNotAt(FabVxlanState state) const {
+  Rxn::Ptr<FabVxlanInfo> const info = vxlanInfo();
+  std::vector<Awaited> behind;
+  auto const noteIfBehind = [&](char const* machine, FabVxlanState at) {
+    if (at != state) {
+      behind.push_back({machine, at});
+    }
+  };
+  noteIfBehind("VtepSm", info->vtepSmState());
+  if (vtepGroupSupported()) {
+    noteIfBehind("VtepGroupSm", info->vtepGroupSmState());
+  }
+  noteIfBehind("VniSm", info->vniSmState());
+  noteIfBehind("VxlanMacAddrSm", info->vxlanMacSmState());
+  return behind;
+}
+
+std::vector<VxlanCentralSm::Awaited> VxlanCentralSm::awaitedSubMachines() const {
+  switch (vxlanInfo()->state()) {
+    case FabVxlanState::initializing_:
+      return subMachinesNotAt(FabVxlanState::initialized_);
+    case FabVxlanState::cleaning_:
+      return subMachinesNotAt(FabVxlanState::clean_);
+    case FabVxlanState::initialized_:
+    case FabVxlanState::clean_:
+      break;
+  }
+  return {};
+}
+
+namespace {
+
+// "VniSm initializing_, VxlanMacAddrSm initializing_".
+std::ostream& operator<<(std::ostream& out, std::vector<VxlanCentralSm::Awaited> const& awaited) {
+  char const* separator = "";
+  for (VxlanCentralSm::Awaited const& machine : awaited) {
+    out << separator << machine.machine << " " << machine.state;
+    separator = ", ";
+  }
+  return out;
+}
+
+}  // namespace
+
 void VxlanCentralSm::updateVxlanState() {
   if (!initialized()) {
     return;
@@ -171,10 +219,17 @@ void VxlanCentralSm::updateVxlanState() {
       break;
   }
   RXN_TRACE(8, " curr state : " << current << ", new state : " << next);
-  if (next != current) {
-    vxlanInfo()->stateIs(next);
-    handleBumReplicationMode();
+  if (next == current) {
+    // A feature that stays initializing_ or cleaning_ waits for answers: a
+    // platform that never gives one shows here which.
+    if (current == FabVxlanState::initializing_ || current == FabVxlanState::cleaning_) {
+      RXN_TRACE(7, " state " << current << " waits on " << awaitedSubMachines());
+    }
+    return;
   }
+  RXN_RING(7, " curr state : %s, new state : %s", Rxn::valueToString(current), Rxn::valueToString(next));
+  vxlanInfo()->stateIs(next);
+  handleBumReplicationMode();
 }
 
 template <class Predicate>
@@ -268,6 +323,7 @@ void VxlanCentralSm::handleBumReplicationMode() {
       break;
   }
   RXN_TRACE(7, "BUM replication mode is " << mode);
+  RXN_RING(7, "BUM replication mode is %s", Rxn::valueToString(mode));
 }
 
 void VxlanCentralSm::reviewBumRepMode() {
@@ -297,6 +353,7 @@ void VxlanCentralSm::removeStaleRestartEntries() {
     Vxlan::MacVlanPair const key(entry.mac(), entry.vlanId());
     if (Rxn::Ptr<Vxlan::BumVtepList> const list = bumStatus_->bumVtepList(key)) {
       RXN_TRACE(7, " removing stale restart entry " << entry);
+      RXN_RING(7, " removing stale restart entry %s", Rxn::valueToString(entry));
       list->remoteVtepAddrDel(entry.vtep());
       if (list->remoteVtepAddrs() == 0) {
         bumStatus_->bumVtepListDel(key);
@@ -401,6 +458,7 @@ void VxlanCentralSm::RxnVtiStatus::handleOperStatus() {
   Rxn::Ptr<Vxlan::VxlanHwStatusDir> const hwStatusDir = sm->vxlanHwStatusDir();
   if (notifier()->operStatus() == Interface::IntfOperStatus::intfOperUp) {
     RXN_TRACE(7, "intf " << intf << " oper status is up ");
+    RXN_RING(7, "intf %s oper status is up ", intf.stringValue());
     // Machines that see the activation act on the VTI's hardware status at
     // once: it must stand first.
     if (hwStatusDir) {
@@ -409,6 +467,7 @@ void VxlanCentralSm::RxnVtiStatus::handleOperStatus() {
     sm->vxlanInfo()->activatedVtiIs(intf, true);
   } else {
     RXN_TRACE(7, "intf " << intf << " oper status is down ");
+    RXN_RING(7, "intf %s oper status is down ", intf.stringValue());
     sm->vxlanInfo()->activatedVtiDel(intf);
     if (hwStatusDir) {
       hwStatusDir->vxlanHwStatusDel(intf);

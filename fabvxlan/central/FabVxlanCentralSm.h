@@ -3,6 +3,8 @@
 // from the VTIs and the sub-machines, and the choice of BUM replication with
 // the flood data that goes with it.
 
+#include <vector>
+
 #include "fabvxlan/runtime/Reactor.h"
 #include "fabvxlan/state/FabBaseSm.h"
 #include "fabvxlan/state/FabVxlanInfo.h"
@@ -170,6 +172,16 @@ class VxlanCentralSm : public Fab::FabBaseSm {
   RxnVlanFloodSet* vlanFloodSet(Bridging::VlanId const& vlanId) const { return vlanFloodSet_(vlanId); }
   std::size_t vlanFloodSets() const { return vlanFloodSet_.size(); }
 
+  // A sub-machine that has not answered yet, and the state it is in.
+  struct Awaited {
+    char const* machine;
+    FabVxlanState state;
+  };
+  // What the feature waits on while it is initializing_ (the sub-machines
+  // not yet initialized_) or cleaning_ (those not yet clean_); empty in the
+  // other states.
+  std::vector<Awaited> awaitedSubMachines() const;
+
   // The roll-up of the feature state.
   void updateVxlanState();
   bool isVtiOperStatusUp() const;
@@ -184,6 +196,7 @@ class VxlanCentralSm : public Fab::FabBaseSm {
 
  private:
   bool allAt(FabVxlanState state) const;
+  std::vector<Awaited> subMachinesNotAt(FabVxlanState state) const;
   // Whether some VTI of the directory satisfies the predicate.
   template <class Predicate>
   bool anyVti(Predicate&& predicate) const;

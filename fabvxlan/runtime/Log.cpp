@@ -39,7 +39,7 @@ LogSink& sink() {
 }
 
 LogHandle const& notificationExceptionHandle() {
-  static LogHandle const handle("RXN_NOTIFICATION_EXCEPTION", 3, "Reactor %s: %s",
+  static LogHandle const handle("RXN_NOTIFICATION_EXCEPTION", 3, "Reactor %s of %s: %s",
                                 "An exception escaped a reactor's handler; the other reactors still heard the change.",
                                 "Report the message to the developers of the reactor.", 0.0);
   return handle;
@@ -190,8 +190,8 @@ void logEmit(LogHandle const& handle, String const& text) {
 
 }  // namespace detail
 
-void logNotificationException(char const* reactorType, String const& what) {
-  log(notificationExceptionHandle(), reactorType, what);
+void logNotificationException(String const& reactorType, String const& machineType, String const& what) {
+  log(notificationExceptionHandle(), reactorType, machineType, what);
 }
 
 }  // namespace Rxn

@@ -112,7 +112,8 @@ void log(LogHandle const& handle, Args const&... args) {
   detail::logEmit(handle, detail::logText(handle.format(), rendered.data(), rendered.size()));
 }
 
-// Reports an exception that escaped a reactor's handler.
-void logNotificationException(char const* reactorType, String const& what);
+// Reports an exception that escaped a reactor's handler, with the reactor's
+// type and the type of the state machine that owns it.
+void logNotificationException(String const& reactorType, String const& machineType, String const& what);
 
 }  // namespace Rxn

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <typeinfo>
 
 #include "fabvxlan/runtime/Log.h"
 
@@ -135,6 +136,10 @@ void PtrInterface::NotifieeConst::rxnDoZombieReactors(bool zombie) {
 }
 
 void PtrInterface::NotifieeConst::onNotificationException() {
+  reportNotificationException(kNoMachine);
+}
+
+void PtrInterface::NotifieeConst::reportNotificationException(String const& machineType) const {
   String what = "unknown exception";
   try {
     throw;
@@ -142,7 +147,8 @@ void PtrInterface::NotifieeConst::onNotificationException() {
     what = e.what();
   } catch (...) {
   }
-  logNotificationException(fwkType(), what);
+  // A reactor has no fwkType of its own: its C++ type tells which one it is.
+  logNotificationException(demangledTypeName(typeid(*this)), machineType, what);
 }
 
 void NotifieeList::add(Notifiee* notifiee) {

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "fabvxlan/runtime/String.h"
+
 namespace Rxn {
 
 // The process-wide switch between plain and atomic reference counts. Objects
@@ -174,6 +176,11 @@ class PtrInterface::NotifieeConst : public PtrInterface {
  protected:
   // The depth of the watched class, set by each generated NotifieeConst.
   void notifyDepthIs(std::uint8_t depth) { notifyDepth_ = depth; }
+  // Reports the exception in flight, naming this reactor's type and the
+  // type of the state machine that owns it.
+  void reportNotificationException(String const& machineType) const;
+  // The machine type of a reactor that no machine owns.
+  static constexpr char kNoMachine[] = "no machine";
 
  private:
   friend class NotifieeList;

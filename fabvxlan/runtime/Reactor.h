@@ -132,6 +132,25 @@ class Reactor : public std::remove_const_t<W>::NotifieeConst {
     this->rxnMarkedForDeletionIs(zombie);
   }
 
+  // The report names the machine, which tells more than the reactor alone:
+  // a platform's machine derived from the library's names itself.
+  void onNotificationException() override { this->reportNotificationException(rxnMachineType()); }
+
+  // The type of the state machine that owns this reactor, through the
+  // reactors that own it in turn.
+  String rxnMachineType() const {
+    if (owner_ == nullptr) {
+      return PtrInterface::NotifieeConst::kNoMachine;
+    }
+    if constexpr (requires { owner_->rxnMachineType(); }) {
+      return owner_->rxnMachineType();
+    } else if constexpr (std::is_base_of_v<PtrInterface, Owner>) {
+      return owner_->fwkType();
+    } else {
+      return demangledTypeName(typeid(Owner));
+    }
+  }
+
  protected:
   // On attach to a new notifier: the handlers of the scalar attributes in
   // declared order (use replay()), and the reconcile step of collections.

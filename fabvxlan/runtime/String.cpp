@@ -1,6 +1,10 @@
 #include "fabvxlan/runtime/String.h"
 
+#include <cxxabi.h>
+
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <vector>
 
 namespace Rxn {
@@ -24,6 +28,13 @@ String format(char const* fmt, ...) {
   String out = vformat(fmt, args);
   va_end(args);
   return out;
+}
+
+String demangledTypeName(std::type_info const& type) {
+  int status = 0;
+  std::unique_ptr<char, decltype(&std::free)> const name(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
+                                                         &std::free);
+  return status == 0 && name ? String(name.get()) : String(type.name());
 }
 
 }  // namespace Rxn

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 
 namespace Rxn {
 
@@ -16,6 +17,8 @@ using Name = std::string;
 // printf semantics, into a String.
 String format(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
 String vformat(char const* fmt, va_list args);
+// A C++ type's name as the source writes it ("Fab::VXLAN::VniSm::RxnUpdateClock").
+String demangledTypeName(std::type_info const& type);
 
 // The display text of a value: what operator<< prints and trace text shows.
 template <class T>

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "fabvxlan/runtime/Log.h"
+#include "fabvxlan/runtime/RingLog.h"
 #include "fabvxlan/runtime/Trace.h"
 
 RXN_TRACE_MODULE("FabVxlanVniSm");
@@ -88,6 +89,8 @@ void VniSm::resumeKeptState() {
     return;
   }
   RXN_TRACE(7, " resuming kept state " << info->state() << " vni state " << info->vniSmState());
+  RXN_RING(7, " resuming kept state %s vni state %s", Rxn::valueToString(info->state()),
+           Rxn::valueToString(info->vniSmState()));
   if (info->vniSmState() == FabVxlanState::initializing_) {
     config_->hwInitInc(1);
     return;
@@ -106,10 +109,12 @@ void VniSm::handleVxlanStateUpdate() {
     case FabVxlanState::initializing_:
       if (info->vniSmState() != FabVxlanState::clean_) {
         RXN_TRACE(7, "vxlanInfo::vniSmState is not yet clean");
+        RXN_RING(7, "vxlanInfo::vniSmState is not yet clean");
         return;
       }
       info->vniSmStateIs(FabVxlanState::initializing_);
       config_->hwInitInc(1);
+      RXN_RING(7, " vniSmState initializing_, hwInit %u requested", config_->hwInit());
       return;
     case FabVxlanState::initialized_:
       if (info->vniSmState() != FabVxlanState::initialized_) {
@@ -125,10 +130,12 @@ void VniSm::handleVxlanStateUpdate() {
       maybePublishVlanVniMappingReadyStage();
       if (readyForCleanup()) {
         RXN_TRACE(7, "Triggering hardware cleanup");
+        RXN_RING(7, "Triggering hardware cleanup");
         config_->hwCleanupInc(1);
       } else {
         // The lists still drain.
         RXN_TRACE(7, " waiting for mappings to be deleted ");
+        RXN_RING(7, " waiting for mappings to be deleted ");
       }
       return;
     case FabVxlanState::clean_:
@@ -194,6 +201,7 @@ void VniSm::maybeDoHwCleanup() {
     return;
   }
   RXN_TRACE(7, " Triggering hardware cleanup");
+  RXN_RING(7, " Triggering hardware cleanup");
   config_->hwCleanupInc(1);
 }
 
@@ -205,6 +213,7 @@ void VniSm::flushRemainingRows() {
     return;
   }
   RXN_TRACE(7, "Flushing any remaining VLAN-VNI Mappings from hardware");
+  RXN_RING(7, "Flushing any remaining VLAN-VNI Mappings from hardware");
   for (Wire::IntfId const& vti : vtisHoldingRows()) {
     handleVtiDown(vti);
   }
@@ -220,6 +229,7 @@ void VniSm::RxnHelperVniStatus::handleHwInit() {
   // cleanup before the init that it overtook, which then comes at rest.
   if (vxlanInfoState == FabVxlanState::clean_) {
     RXN_TRACE(7, " hwInit answered after the cleanup that overtook it, ignored");
+    RXN_RING(7, " hwInit answered after the cleanup that overtook it, ignored");
     return;
   }
   // clang-format off
@@ -228,6 +238,7 @@ void VniSm::RxnHelperVniStatus::handleHwInit() {
   // An answer overtaken by a cleanup changes nothing; the counters agree for
   // the next start.
   if (vxlanInfoState == FabVxlanState::initializing_ && sm->config()->hwInit() == notifier()->hwInit()) {
+    RXN_RING(7, " hwInit %u answered, vniSmState initialized_", notifier()->hwInit());
     sm->vxlanInfo()->vniSmStateIs(FabVxlanState::initialized_);
   }
 }
@@ -244,6 +255,7 @@ void VniSm::RxnHelperVniStatus::handleHwCleanup() {
   if (config->hwCleanup() == status->hwCleanup()) {
     assert(config->configEntrys() == 0);
     assert(status->statusEntrys() == 0);
+    RXN_RING(7, " hwCleanup %u answered, vniSmState clean_", status->hwCleanup());
     sm->vxlanInfo()->vniSmStateIs(FabVxlanState::clean_);
   }
 }
@@ -425,12 +437,14 @@ void VniSm::handleActivatedVti(Wire::IntfId const& vti) {
   }
   if (vxlanInfo()->activatedVti(vti)) {
     RXN_TRACE(7, "vti " << vti << " activated ");
+    RXN_RING(7, "vti %s activated ", vti.stringValue());
     markUnprogrammedRows(vti);
     if (RxnVtiStatus* const reactor = vtiStatus_(vti)) {
       reactor->handleVlanVniMap();
     }
   } else {
     RXN_TRACE(7, "vti " << vti << " deactivated ");
+    RXN_RING(7, "vti %s deactivated ", vti.stringValue());
     handleVtiDown(vti);
   }
 }
@@ -618,10 +632,12 @@ void VniSm::drainOne(Bridging::VlanId const& key) {
   // An old mapping always goes first; its answer queues the new one again.
   if (FabHelperVniConfigEntry const old = config()->configEntry(key); !!old) {
     RXN_TRACE(7, "Removing Mapping from H/W  " << key << " <-> " << old.vni());
+    RXN_RING(7, "Removing Mapping from H/W  %u <-> %u", key.value(), old.vni().value());
     delPlatformConfig(key);
     return;
   }
   RXN_TRACE(7, "Adding Mapping to H/W " << key << " <-> " << entry.newVni());
+  RXN_RING(7, "Adding Mapping to H/W %u <-> %u", key.value(), entry.newVni().value());
   maybeAddToHelperVlanVniMapConfig(entry);
 }
 
@@ -751,6 +767,7 @@ void VniSm::takeProgrammedAnswer(Bridging::VlanId const& vlanId, ModifyVlanVniMa
     // The row stays, visibly unprogrammed, with the VNI that did not fit; it
     // is tried again when room frees up.
     RXN_TRACE(1, " VniExt-Vlan table full, logging a message " << vlanId << " " << hwProgrammedVni);
+    RXN_RING(1, " VniExt-Vlan table full, logging a message %u %u", vlanId.value(), hwProgrammedVni.value());
     Rxn::log(ETH_VNIVLANMAPFULL, vlanId.value(), hwProgrammedVni.value());
     if (hw) {
       hw->pendingVlanToVniMapIs(vlanId, hwProgrammedVni);
@@ -853,6 +870,9 @@ void VniSm::maybeDeleteRecoveredEntry(ModifyVlanVniMapEntry const& entry) {
   RXN_TRACE(7, " Hw recovered vni entry: " << recovered.vni() << " vlan: " << recovered.vlanId()
                                            << " intf: " << recovered.vtiIntfId()
                                            << " does not match configured vni entry: " << entry.newVni());
+  RXN_RING(7, " Hw recovered vni entry: %u vlan: %u intf: %s does not match configured vni entry: %u",
+           recovered.vni().value(), recovered.vlanId().value(), recovered.vtiIntfId().stringValue(),
+           entry.newVni().value());
   vxlanBootStatus_->recoveredVlanToVniMapDel(entry.vlanId());
   maybePublishVlanVniMappingReadyStage();
 }
@@ -875,6 +895,7 @@ void VniSm::maybePublishVlanVniMappingReadyStage() {
     return;
   }
   RXN_TRACE(7, " Entering vlan vni mapping ready stage ");
+  RXN_RING(7, " Entering vlan vni mapping ready stage ");
   // Only what the new life confirmed in hardware stays recovered.
   for (auto it = boot.recoveredVlanToVniMap().begin(); it != boot.recoveredVlanToVniMap().end(); ++it) {
     Bridging::VlanId const vlanId = it.key();

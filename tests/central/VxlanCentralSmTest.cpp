@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "fabvxlan/runtime/Trace.h"
 #include "tests/SimFixture.h"
 
 namespace FabTest {
@@ -97,6 +101,68 @@ TEST_F(RollUpTest, NothingMovesBeforeHandleInitialized) {
   EXPECT_TRUE(info().activatedVti(kVxlan1));
   EXPECT_EQ(info().state(), initializing_);
   EXPECT_FALSE(platform().vxlanBootStatus()->stageBumVtepListReady());
+}
+
+// What a feature that stays initializing_ or cleaning_ waits on, as the
+// agent reads it and as the trace tells it at level 7.
+class AwaitedTrace {
+ public:
+  AwaitedTrace() {
+    Rxn::traceConfigIs("FabVxlanCentralSm/7");
+    Rxn::traceSinkIs([this](Rxn::String const& line) {
+      if (std::size_t const text = line.find(" state "); line.find(" waits on ") != std::string::npos) {
+        lines_.push_back(line.substr(text + 1));
+      }
+    });
+  }
+  ~AwaitedTrace() {
+    Rxn::traceConfigIs("");
+    Rxn::traceSinkIs(nullptr);
+  }
+  std::vector<std::string> take() { return std::exchange(lines_, {}); }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+std::vector<std::string> awaited(Fab::VXLAN::VxlanCentralSm const& central) {
+  std::vector<std::string> machines;
+  for (auto const& [machine, state] : central.awaitedSubMachines()) {
+    machines.push_back(std::string(machine) + " " + Rxn::valueToString(state));
+  }
+  return machines;
+}
+
+using Lines = std::vector<std::string>;
+
+TEST_F(RollUpTest, AFeatureThatWaitsTellsOnWhichSubMachines) {
+  AwaitedTrace trace;
+  subStatesAre(initialized_, initializing_, initializing_);
+  EXPECT_EQ(next(initializing_, 1), initializing_);
+  EXPECT_EQ(awaited(central()), (Lines{"VniSm initializing_", "VxlanMacAddrSm initializing_"}));
+  info().vxlanMacSmStateIs(initialized_);
+  EXPECT_EQ(awaited(central()), Lines{"VniSm initializing_"});
+  EXPECT_EQ(trace.take(), (Lines{"state initializing_ waits on VniSm initializing_, VxlanMacAddrSm initializing_",
+                                 "state initializing_ waits on VniSm initializing_"}));
+  // The last answer moves the feature on: it waits on nothing.
+  info().vniSmStateIs(initialized_);
+  EXPECT_EQ(info().state(), initialized_);
+  EXPECT_EQ(awaited(central()), Lines{});
+
+  // Cleaning, on a platform with groups: the group machine is waited on too.
+  central().vtepGroupSupportedIs(true);
+  info().activatedVtiDel(kVxlan1);
+  info().stateIs(cleaning_);
+  subStatesAre(clean_, cleaning_, clean_);
+  info().vtepGroupSmStateIs(cleaning_);
+  EXPECT_EQ(info().state(), cleaning_);
+  EXPECT_EQ(awaited(central()), (Lines{"VtepGroupSm cleaning_", "VniSm cleaning_"}));
+  trace.take();
+  info().vtepGroupSmStateIs(clean_);
+  info().vniSmStateIs(clean_);
+  EXPECT_EQ(info().state(), clean_);
+  EXPECT_EQ(awaited(central()), Lines{});
+  EXPECT_EQ(trace.take(), Lines{"state cleaning_ waits on VniSm cleaning_"});
 }
 
 using RollUpDeathTest = RollUpTest;

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "fabvxlan/runtime/Exception.h"
+#include "fabvxlan/runtime/Log.h"
 #include "tests/runtime/WatcherSm.h"
 
 namespace RxnTest {
@@ -212,6 +213,38 @@ TEST_F(ReactorTest, AMachineNotMadeWithNewIsRefusedWhenItsLastReferenceGoes) {
   // The same machine made with new goes quietly.
   Rxn::Ptr<WatcherSm> held(new WatcherSm(acsd_, panel_));
   held = nullptr;
+}
+
+// Watches the sensor of the machine's reactor that owns it, as the flood
+// sets of a VLAN are watched under the VLAN's reactor.
+class NestedSensorReactor : public Rxn::Reactor<WatcherSm::RxnSensor, Sensor const> {
+ public:
+  using Reactor::Reactor;
+  void onLevel() override { throw Rxn::RangeException("level out of reach"); }
+};
+
+TEST_F(ReactorTest, AnExceptionInAReactorIsReportedWithTheReactorAndTheMachineAtTheTop) {
+  Lines logged;
+  Rxn::logSinkIs(
+      [&](Rxn::LogHandle const& handle, Rxn::String const& text) { logged.push_back(Rxn::logLine(handle, text)); });
+  sm_->handleInitialized();
+  take();
+
+  sm_->onModeHook = [](WatcherSm::RxnSensor*) { throw Rxn::RangeException("mode out of reach"); };
+  panel_->sensor(1)->modeIs(Mode::standby);
+  Rxn::Ptr<NestedSensorReactor> nested(new NestedSensorReactor(panel_->sensor(1), sm_->sensor(1)));
+  nested->hasNotificationActiveIs(true);
+  panel_->sensor(1)->levelIs(3);
+  Rxn::logSinkIs(nullptr);
+
+  EXPECT_EQ(logged,
+            (Lines{"%RXN-3-NOTIFICATION_EXCEPTION: Reactor RxnTest::WatcherSm::RxnSensor of RxnTest::WatcherSm: "
+                   "mode out of reach",
+                   "%RXN-3-NOTIFICATION_EXCEPTION: Reactor RxnTest::(anonymous namespace)::NestedSensorReactor "
+                   "of RxnTest::WatcherSm: level out of reach"}));
+  // The handler noted the mode before its hook threw, and the machine's own
+  // reactor still heard the level beside the nested one that threw.
+  EXPECT_EQ(take(), (Lines{"mode 1 standby", "level 1 3"}));
 }
 
 }  // namespace

@@ -94,6 +94,8 @@ class WatcherSm : public Fab::FabBaseSm {
     sensor_.reconcile(this, panel->sensor());
   }
 
+  char const* fwkType() const override { return "RxnTest::WatcherSm"; }
+
   void handleInitialized() override {
     initializedIs(true);
     sensor_.forEach([](RxnSensor* reactor) { reactor->handleInitialized(); });

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fabvxlan/runtime/Exception.h"
+#include "fabvxlan/runtime/Log.h"
 #include "fabvxlan/runtime/Trace.h"
 #include "fabvxlan/state/FabBaseSm.h"
 #include "sim/SimVtiStatusDirSm.h"
@@ -447,6 +448,40 @@ TEST_F(VtiProgrammingTest, AHookThatRemovesItsVtiEndsTheStartWithTheCleanup) {
   expected.insert(expected.end(), kFirstCleanup.begin(), kFirstCleanup.end());
   EXPECT_EQ(calls(), expected);
   EXPECT_EQ(sm->vtiStatuses(), 0U);
+}
+
+// A chip that refuses a UDP port: its hook throws, as a platform's driver may.
+class RefusingVtiStatusDirSm : public SimVtiStatusDirSm {
+ public:
+  RefusingVtiStatusDirSm(Rxn::Ptr<Vxlan::VtiStatusDir> const& dir, Sim::VtiHardware& hardware)
+      : SimVtiStatusDirSm("Test", dir, hardware) {}
+  char const* fwkType() const override { return "Platform::ChipVtiStatusDirSm"; }
+  void doSetupVxlanDestUdpPort(Wire::IntfId vtiIntfId, Wire::UdpPort udpPort) override {
+    if (udpPort == Wire::UdpPort(1)) {
+      Rxn::throwRangeException("the chip refuses udp port 1");
+    }
+    SimVtiStatusDirSm::doSetupVxlanDestUdpPort(vtiIntfId, udpPort);
+  }
+};
+
+// The report of a hook that threw tells which of the platform's machines,
+// and which of its reactors, to look at; the VTI goes on being programmed.
+TEST_F(VtiProgrammingTest, AHookThatThrowsIsReportedWithItsReactorAndMachineAndTheVtiGoesOn) {
+  Lines logged;
+  Rxn::logSinkIs(
+      [&](Rxn::LogHandle const& handle, Rxn::String const& text) { logged.push_back(Rxn::logLine(handle, text)); });
+  configure(*vti(kVxlan1), kFirst);
+  auto const sm = Fab::smFactory<RefusingVtiStatusDirSm>(dir_, hardware_);
+  sm->handleInitialized();
+  calls();
+
+  vti(kVxlan1)->udpPortIs(Wire::UdpPort(1));
+  vti(kVxlan1)->localVtepAddrIs(ip("10.0.0.9"));
+  Rxn::logSinkIs(nullptr);
+
+  EXPECT_EQ(logged, Lines{"%RXN-3-NOTIFICATION_EXCEPTION: Reactor Fab::VXLAN::VtiStatusDirSm::VtiStatusSm of "
+                          "Platform::ChipVtiStatusDirSm: the chip refuses udp port 1"});
+  EXPECT_EQ(calls(), Lines{"doSetupVxlanSrcAddr Vxlan1 10.0.0.9"});
 }
 
 TEST_F(VtiProgrammingTest, APlatformMayHandVtisToTheMachineByHand) {
