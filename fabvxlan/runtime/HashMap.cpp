@@ -39,7 +39,7 @@ void* allocateBlock(std::size_t bytes, std::size_t alignment) {
   if (aligned > start) {
     ::munmap(mapped, aligned - start);
   }
-  if (std::size_t const tail = start + length + kHugePage - (aligned + length); tail > 0) {
+  if (std::size_t const tail = start + kHugePage - aligned; tail > 0) {
     ::munmap(reinterpret_cast<void*>(aligned + length), tail);
   }
   // Only the whole huge pages: the tail of the block, in small pages, costs

@@ -20,9 +20,10 @@
 //
 // Room. The queue holds a slot for every stamp from its oldest key on; an
 // erased key leaves a dead slot that goes once every key before it has gone.
-// A drain from the front takes them as it passes, and a set that becomes
-// empty gives all its room back. A key that never leaves the front keeps
-// the dead slots behind it: a work queue's front is the first to go.
+// A drain from the front takes them as it passes, so a set that becomes
+// empty holds no slot; its index keeps the room of its peak, as every map
+// does, until clear(). A key that never leaves the front keeps the dead
+// slots behind it: a work queue's front is the first to go.
 
 #include <cstddef>
 #include <cstdint>
@@ -150,9 +151,6 @@ class QueueSet {
     while (!slots_.empty() && !slots_.front().live) {
       slots_.pop_front();
       ++front_;
-    }
-    if (stamps_.empty()) {
-      clear();
     }
   }
 
